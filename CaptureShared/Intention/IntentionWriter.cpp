@@ -1,0 +1,70 @@
+#include "CaptureShared/Intention/IntentionWriter.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#include "CaptureShared/DataRoot/DataPaths.h"
+#include "CaptureShared/EventLog/EventLogWriter.h"
+#include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Intention/CurrentTask.h"
+#include "CaptureShared/Intention/EventLog.h"
+#include "CaptureShared/Signals/SQLiteDB.h"
+
+namespace halvo::IntentionWriter {
+
+Record declare(const Declaration& declaration) {
+  return {.type = declaredType,
+          .detail = {{"task", declaration.task}, {"until", JSONValue::orNull(declaration.until)}, {"why", JSONValue::orNull(declaration.why)}},
+          .tsMs = declaration.asOfMs};
+}
+
+Record declareBreak(const std::optional<std::string>& until, std::int64_t asOfMs) {
+  return declare({.task = "Break", .until = until, .why = "Intentional break (don't check during this window)", .asOfMs = asOfMs});
+}
+
+Record clear(std::int64_t asOfMs) { return {.type = clearedType, .detail = {}, .tsMs = asOfMs}; }
+
+std::int64_t msSince1970(std::chrono::system_clock::time_point date) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(date.time_since_epoch()).count();
+}
+
+void perform(const Record& record, const Sinks& sinks, const Calendar& calendar) {
+  sinks.appendEvent(record);
+  if (const auto body = EventLog::taskFileBody(record.type, record.detail, record.tsMs, calendar)) sinks.writeTaskFile(*body);
+  sinks.logSQLite(record);
+}
+
+Sinks standardSinks(const std::string& processName) {
+  return {.appendEvent =
+              [processName](const Record& record) {
+                EventLogWriter::append(
+                    EventLogEvent{.tsMs = record.tsMs, .kind = "event", .type = record.type, .detail = record.detail, .source = "set_task"},
+                    EventLog::path(), processName);
+              },
+          .writeTaskFile =
+              [](const std::string& body) {
+                const auto file = CurrentTask::path();
+                try {
+                  makePrivateFolder(file.parent_path());
+                  writeFileAtomically(file, body);
+                } catch (const std::system_error& error) {
+                  std::fprintf(stderr, "warning: the task file was not written: %s\n", error.what());
+                }
+              },
+          .logSQLite =
+              [](const Record& record) {
+                const auto file = DataPaths::signalsDB();
+                // The sampler makes the database; before it ever ran there is nothing to copy into.
+                std::error_code error;
+                if (!std::filesystem::exists(file, error)) return;
+                try {
+                  SQLiteDB db(file, SQLiteDB::Role::writer);
+                  db.insert("INSERT INTO events (ts_ms, type, detail) VALUES (?, ?, ?)", {record.tsMs, record.type, JSONValue(record.detail).dump()});
+                } catch (const std::exception& failure) {
+                  std::fprintf(stderr, "warning: the declaration was not copied to %s: %s\n", file.c_str(), failure.what());
+                }
+              }};
+}
+
+}  // namespace halvo::IntentionWriter
