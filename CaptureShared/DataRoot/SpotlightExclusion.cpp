@@ -93,7 +93,10 @@ void ensureDataRoot(const fs::path& root, bool owned, const fs::path& home) {
     warnOnFailure(root, ensureMarker(root, true));
     return;
   }
-  std::fprintf(stderr, "warning: spotlight: %s isn't clearly Halvo's own folder; marking only Halvo's subfolders\n", root.c_str());
+  std::error_code ignored;
+  // Said when the marks are made, not again at every start.
+  if (!fs::exists(root / "io-layer" / markerName, ignored))
+    std::fprintf(stderr, "warning: spotlight: %s isn't clearly Halvo's own folder; marking only Halvo's subfolders\n", root.c_str());
   for (const auto& folder : {root / "video", root / "io-layer"}) warnOnFailure(folder, ensureMarker(folder));
 }
 

@@ -39,6 +39,7 @@ JSONValue fromElement(simdjson::dom::element element) {
 }
 
 std::optional<JSONValue> JSONValue::parse(std::string_view text) {
+  if (text.empty()) return std::nullopt;
   thread_local simdjson::dom::parser parser;
   const auto parsed = parser.parse(text.data(), text.size());
   if (parsed.error()) return std::nullopt;

@@ -19,8 +19,13 @@ class JSONObject {
  public:
   using Member = std::pair<std::string, JSONValue>;
 
-  JSONObject() = default;
+  JSONObject();
   JSONObject(std::initializer_list<Member> members);
+  JSONObject(const JSONObject&);
+  JSONObject(JSONObject&&) noexcept;
+  JSONObject& operator=(const JSONObject&);
+  JSONObject& operator=(JSONObject&&) noexcept;
+  ~JSONObject();
   /// Takes members in any order; of equal keys the last one stays.
   static JSONObject make(std::vector<Member> members);
 
@@ -29,10 +34,11 @@ class JSONObject {
   void set(std::string key, JSONValue value);
   void erase(std::string_view key);
 
-  std::size_t size() const { return members_.size(); }
-  bool empty() const { return members_.empty(); }
-  auto begin() const { return members_.begin(); }
-  auto end() const { return members_.end(); }
+  std::size_t size() const;
+  bool empty() const;
+  /// The members in key order.
+  const Member* begin() const;
+  const Member* end() const;
 
   /// The string at `key`; absent when the key is missing or holds anything else.
   std::optional<std::string> string(std::string_view key) const;
@@ -100,6 +106,17 @@ class JSONValue {
   Storage storage_;
 };
 
+// Here, where a member's value is a whole type.
+inline JSONObject::JSONObject() = default;
+inline JSONObject::JSONObject(const JSONObject&) = default;
+inline JSONObject::JSONObject(JSONObject&&) noexcept = default;
+inline JSONObject& JSONObject::operator=(const JSONObject&) = default;
+inline JSONObject& JSONObject::operator=(JSONObject&&) noexcept = default;
+inline JSONObject::~JSONObject() = default;
+inline std::size_t JSONObject::size() const { return members_.size(); }
+inline bool JSONObject::empty() const { return members_.empty(); }
+inline const JSONObject::Member* JSONObject::begin() const { return members_.data(); }
+inline const JSONObject::Member* JSONObject::end() const { return members_.data() + members_.size(); }
 inline bool JSONObject::operator==(const JSONObject& other) const { return members_ == other.members_; }
 
 /// A value has no JSON text: a string that is not UTF-8, or a number that is not finite.

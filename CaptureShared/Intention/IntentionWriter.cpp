@@ -10,6 +10,7 @@
 #include "CaptureShared/Intention/CurrentTask.h"
 #include "CaptureShared/Intention/EventLog.h"
 #include "CaptureShared/Signals/SQLiteDB.h"
+#include "CaptureShared/Signals/Schema.h"
 
 namespace halvo::IntentionWriter {
 
@@ -60,6 +61,7 @@ Sinks standardSinks(const std::string& processName) {
                 if (!std::filesystem::exists(file, error)) return;
                 try {
                   SQLiteDB db(file, SQLiteDB::Role::writer);
+                  Schema::createAll(db);  // the sampler may have just made the file
                   db.insert("INSERT INTO events (ts_ms, type, detail) VALUES (?, ?, ?)", {record.tsMs, record.type, JSONValue(record.detail).dump()});
                 } catch (const std::exception& failure) {
                   std::fprintf(stderr, "warning: the declaration was not copied to %s: %s\n", file.c_str(), failure.what());

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace halvo::test {
+
+/// A server for tests that sends exactly the bytes it is told to, over TCP on the loopback or over a Unix socket. A thread a connection,
+/// one request a connection; everything ends with the object.
+class LoopbackServer {
+ public:
+  struct Request {
+    std::string head = {};  ///< request line and headers
+    std::string body = {};
+    std::string path() const;
+  };
+
+  /// The answering side of one connection.
+  class Connection {
+   public:
+    explicit Connection(int fd, int endFd) : fd_(fd), endFd_(endFd) {}
+    /// All of it; a client that has gone is no error.
+    void send(std::string_view bytes);
+    /// In writes of `size` bytes, each pushed out by itself.
+    void sendInPieces(std::string_view bytes, std::size_t size);
+    /// Holds the connection open and silent until the client or the server goes.
+    void hang();
+
+   private:
+    int fd_, endFd_;
+  };
+  using Handler = std::function<void(const Request&, Connection&)>;
+
+  /// Without a socket path: TCP on a free port.
+  explicit LoopbackServer(Handler handler, std::optional<std::filesystem::path> socketPath = {});
+  ~LoopbackServer();
+
+  std::string baseURL() const;
+  std::vector<Request> requests() const;
+  /// Bytes that came in over all connections, whole requests or not.
+  std::size_t bytesReceived() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace halvo::test
