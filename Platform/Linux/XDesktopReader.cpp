@@ -1,0 +1,253 @@
+#include "Platform/Linux/XDesktopReader.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <set>
+
+#include <fmt/format.h>
+#include <xcb/screensaver.h>
+#include <xcb/xinput.h>
+
+#include "Platform/Linux/InputClock.h"
+#include "Platform/Linux/XConnection.h"
+#include "Platform/Linux/XWindowBatch.h"
+
+namespace halvo {
+namespace {
+
+/// More windows than this are not described: a program that opens thousands must not slow the desktop's other programs through us.
+constexpr std::size_t mostWindows = 500;
+
+std::int64_t steadyMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+bool isBelow(const std::map<xcb_window_t, std::size_t>& heightOf, xcb_window_t window, std::size_t height) {
+  const auto found = heightOf.find(window);
+  return found != heightOf.end() && found->second < height;
+}
+
+}  // namespace
+
+/// A connection with what was prepared on it once.
+struct XDesktopReader::Live {
+  XConnection connection;
+  double timeoutSec;
+  XAtoms atoms;
+  bool hasScreenSaver = false;
+  std::uint8_t inputOpcode = 0;  ///< the input extension's; 0 without it
+  xcb_window_t clockWindow = 0;  ///< a write to its property comes back with the server's time
+  std::optional<InputClock> input;
+  std::optional<std::uint32_t> serverMs;
+
+  Live(const std::optional<std::string>& display, double timeout)
+      : connection(display), timeoutSec(timeout), atoms(XAtoms::of(connection, timeout)) {
+    hasScreenSaver = connection.hasExtension("MIT-SCREEN-SAVER", timeoutSec);
+    if (connection.hasExtension("XInputExtension", timeoutSec)) listenToInput();
+  }
+
+  /// Raw events reach us wherever the focus is. From version 2.1 on they do so even while another program grabs the input.
+  void listenToInput() {
+    auto* const x = connection.raw();
+    const auto version = xcb_input_xi_query_version(x, 2, 2);
+    connection.settle(timeoutSec, {});
+    const XReply<xcb_input_xi_query_version_reply_t> reply{xcb_input_xi_query_version_reply(x, version, nullptr)};
+    if (!reply || reply->major_version < 2 || (reply->major_version == 2 && reply->minor_version < 2)) return;
+    const auto* extension = xcb_get_extension_data(x, &xcb_input_id);
+    if (!extension || !extension->present) return;
+    const struct {
+      xcb_input_event_mask_t head;
+      std::uint32_t mask;
+    } selection = {{.deviceid = XCB_INPUT_DEVICE_ALL_MASTER, .mask_len = 1},
+                   XCB_INPUT_XI_EVENT_MASK_RAW_KEY_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_KEY_RELEASE |
+                       XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_PRESS | XCB_INPUT_XI_EVENT_MASK_RAW_BUTTON_RELEASE |
+                       XCB_INPUT_XI_EVENT_MASK_RAW_MOTION | XCB_INPUT_XI_EVENT_MASK_RAW_TOUCH_BEGIN |
+                       XCB_INPUT_XI_EVENT_MASK_RAW_TOUCH_UPDATE | XCB_INPUT_XI_EVENT_MASK_RAW_TOUCH_END};
+    xcb_input_xi_select_events(x, connection.screen().root, 1, &selection.head);
+    clockWindow = xcb_generate_id(x);
+    const std::uint32_t values[] = {1, XCB_EVENT_MASK_PROPERTY_CHANGE};
+    xcb_create_window(x, 0, clockWindow, connection.screen().root, -1, -1, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT,
+                      XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+    inputOpcode = extension->major_opcode;
+  }
+
+  void onEvent(const xcb_generic_event_t& event) {
+    const auto kind = event.response_type & 0x7F;
+    if (kind == XCB_PROPERTY_NOTIFY) {
+      const auto& notify = reinterpret_cast<const xcb_property_notify_event_t&>(event);
+      if (notify.window == clockWindow) serverMs = notify.time;
+    } else if (kind == XCB_GE_GENERIC && input) {
+      const auto& generic = reinterpret_cast<const xcb_ge_generic_event_t&>(event);
+      if (inputOpcode == 0 || generic.extension != inputOpcode) return;
+      // All raw events begin alike.
+      const auto& raw = reinterpret_cast<const xcb_input_raw_key_press_event_t&>(event);
+      if (raw.event_type == XCB_INPUT_RAW_KEY_PRESS || raw.event_type == XCB_INPUT_RAW_KEY_RELEASE)
+        input->key(raw.time);
+      else
+        input->mouse(raw.time);
+    }
+  }
+
+  void settle() {
+    connection.settle(timeoutSec, {}, [this](const xcb_generic_event_t& event) { onEvent(event); });
+  }
+
+  XFacts read() {
+    auto* const x = connection.raw();
+    const auto root = connection.screen().root;
+    const auto rootProperty = [&](xcb_atom_t name, std::uint32_t words) {
+      return xcb_get_property(x, 0, root, name, XCB_GET_PROPERTY_TYPE_ANY, 0, words);
+    };
+    serverMs.reset();
+    const auto activeAsked = rootProperty(atoms.netActiveWindow, 1);
+    const auto stackingAsked = rootProperty(atoms.netClientListStacking, 4096);
+    const auto desktopAsked = rootProperty(atoms.netCurrentDesktop, 1);
+    const auto treeAsked = xcb_query_tree(x, root);
+    const auto pointerAsked = xcb_query_pointer(x, root);
+    std::optional<xcb_screensaver_query_info_cookie_t> saverAsked;
+    if (hasScreenSaver) saverAsked = xcb_screensaver_query_info(x, root);
+    if (clockWindow != 0) xcb_change_property(x, XCB_PROP_MODE_APPEND, clockWindow, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8, 0, nullptr);
+    settle();
+
+    XFacts facts;
+    const auto active = wordsOf(connection, activeAsked), stacking = wordsOf(connection, stackingAsked),
+               desktop = wordsOf(connection, desktopAsked);
+    const XReply<xcb_query_tree_reply_t> tree{xcb_query_tree_reply(x, treeAsked, nullptr)};
+    const XReply<xcb_query_pointer_reply_t> pointer{xcb_query_pointer_reply(x, pointerAsked, nullptr)};
+    XReply<xcb_screensaver_query_info_reply_t> saver;
+    if (saverAsked) saver.reset(xcb_screensaver_query_info_reply(x, *saverAsked, nullptr));
+    if (pointer && pointer->same_screen)
+      facts.pointer = Point{.x = static_cast<double>(pointer->root_x), .y = static_cast<double>(pointer->root_y)};
+    facts.idle = idle(saver.get());
+    readWindows(facts, {.active = active.empty() ? xcb_window_t{XCB_WINDOW_NONE} : active[0],
+                        .clients = stacking,
+                        .desktop = desktop.empty() ? std::nullopt : std::optional(desktop[0]),
+                        .rootChildren = tree ? std::vector(xcb_query_tree_children(tree.get()),
+                                                           xcb_query_tree_children(tree.get()) + tree->children_len)
+                                             : std::vector<xcb_window_t>()});
+    return facts;
+  }
+
+  IdleSeconds idle(const xcb_screensaver_query_info_reply_t* saver) {
+    if (clockWindow != 0 && serverMs) {
+      // Without the screen saver's word the time before we came counts as idle from our start on.
+      if (!input) input.emplace(*serverMs, saver ? saver->ms_since_user_input : 0);
+      return input->at(*serverMs);
+    }
+    if (!saver) return {};
+    const double any = saver->ms_since_user_input / 1000.0;
+    return {.key = any, .mouse = any, .any = any};
+  }
+
+  struct Desktop {
+    xcb_window_t active = 0;
+    std::vector<xcb_window_t> clients = {};       ///< back to front
+    std::optional<std::uint32_t> desktop = {};    ///< the workspace shown
+    std::vector<xcb_window_t> rootChildren = {};  ///< back to front
+  };
+
+  void readWindows(XFacts& facts, const Desktop& now) {
+    auto* const x = connection.raw();
+    const auto sizeAsked = xcb_get_geometry(x, connection.screen().root);
+    XWindowBatch batch(connection, atoms);
+    const auto clientCount = std::min(now.clients.size(), mostWindows);
+    std::set<xcb_window_t> clientIDs;
+    for (std::size_t i = 0; i < clientCount; ++i) {  // the foremost ones first, should there be too many
+      const auto id = now.clients[now.clients.size() - 1 - i];
+      if (clientIDs.insert(id).second) batch.add(id);
+    }
+    if (now.active != XCB_WINDOW_NONE && clientIDs.count(now.active) == 0) batch.add(now.active);
+    std::vector<std::pair<xcb_get_window_attributes_cookie_t, xcb_get_geometry_cookie_t>> childrenAsked;
+    for (const auto child : now.rootChildren) childrenAsked.emplace_back(xcb_get_window_attributes(x, child), xcb_get_geometry(x, child));
+    settle();
+
+    const XReply<xcb_get_geometry_reply_t> rootSize{xcb_get_geometry_reply(x, sizeAsked, nullptr)};
+    // Parked beside the screen, as window managers do with windows of their own and some with what they hide.
+    const auto isOutside = [&](double left, double top, double width, double height) {
+      return rootSize && (left >= rootSize->width || top >= rootSize->height || left + width <= 0 || top + height <= 0);
+    };
+    auto managed = batch.collect();
+    std::map<xcb_window_t, std::size_t> heightOf;  // of each top-level window, counted from the back
+    std::set<xcb_window_t> frames;
+    for (const auto& window : managed) frames.insert(window.parent);
+    for (std::size_t height = 0; height < now.rootChildren.size(); ++height) {
+      const auto child = now.rootChildren[height];
+      heightOf[child] = height;
+      const auto& [attributesAsked, geometryAsked] = childrenAsked[height];
+      const XReply<xcb_get_window_attributes_reply_t> attributes{xcb_get_window_attributes_reply(x, attributesAsked, nullptr)};
+      const XReply<xcb_get_geometry_reply_t> geometry{xcb_get_geometry_reply(x, geometryAsked, nullptr)};
+      if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE || attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT) continue;
+      if (!geometry || isOutside(geometry->x, geometry->y, geometry->width, geometry->height)) continue;
+      if (clientIDs.count(child) != 0 || frames.count(child) != 0 || child == now.active || batch.size() == mostWindows) continue;
+      batch.add(child);
+    }
+    std::vector<XWindow> unmanaged;
+    if (batch.size() != 0) {
+      settle();
+      unmanaged = batch.collect();
+      // A window that says neither whose it is nor what it shows is a part of the window manager's own workings, not a thing to look at.
+      std::erase_if(unmanaged, [](const XWindow& window) { return window.info.ownerName.empty() && window.info.title.empty(); });
+    }
+    for (const auto& window : managed)
+      if (window.id == now.active)
+        facts.frontmostApp = FrontmostApp{.name = window.info.ownerName, .bundleID = window.info.bundleID, .pid = window.info.ownerPID};
+    std::erase_if(managed, [&](const XWindow& window) {
+      const auto& bounds = window.info.bounds;
+      return clientIDs.count(window.id) == 0 || window.isHidden || isOutside(bounds.x, bounds.y, bounds.width, bounds.height) ||
+             (window.desktop && now.desktop && *window.desktop != *now.desktop);
+    });
+    facts.windows = merged(managed, unmanaged, heightOf);
+  }
+
+  /// Front to back. The window manager's order holds among its windows; each other window goes in front of the first of them that stands
+  /// below it.
+  static std::vector<WindowInfo> merged(const std::vector<XWindow>& managed, std::vector<XWindow>& unmanaged,
+                                        const std::map<xcb_window_t, std::size_t>& heightOf) {
+    const auto height = [&](const XWindow& window) { return heightOf.at(window.id); };
+    std::stable_sort(unmanaged.begin(), unmanaged.end(), [&](const XWindow& a, const XWindow& b) { return height(a) > height(b); });
+    std::vector<WindowInfo> windows;
+    auto next = unmanaged.begin();
+    for (const auto& window : managed) {
+      const auto topLevel = heightOf.count(window.id) != 0 ? window.id : window.parent;
+      // A frame within a frame can't be placed; what is in doubt counts as in front of it, where it can't be overlooked.
+      const bool placed = heightOf.count(topLevel) != 0;
+      while (next != unmanaged.end() && (!placed || isBelow(heightOf, topLevel, height(*next)))) windows.push_back((next++)->info);
+      windows.push_back(window.info);
+    }
+    for (; next != unmanaged.end(); ++next) windows.push_back(next->info);
+    return windows;
+  }
+};
+
+XDesktopReader::XDesktopReader(Options options) : options_(std::move(options)) {}
+XDesktopReader::~XDesktopReader() = default;
+
+void XDesktopReader::connect() {
+  // A connect can't be given a time limit, so a server that fell silent is knocked at first.
+  if (trouble_ == XUnavailable::Kind::silent && !XConnection::answers(*options_.display, options_.timeoutSec))
+    throw XUnavailable(XUnavailable::Kind::silent, fmt::format("display {} doesn't answer", *options_.display));
+  live_ = std::make_unique<Live>(options_.display, options_.timeoutSec);
+  if (trouble_ && options_.log) options_.log(fmt::format("display {} is there again", *options_.display));
+  trouble_.reset();
+}
+
+XFacts XDesktopReader::read() {
+  try {
+    if (!live_) {
+      if (steadyMs() < retryAtMs_) return {};
+      connect();
+    }
+    return live_->read();
+  } catch (const XUnavailable& error) {
+    live_.reset();
+    // Each refusal is also printed by libxcb itself, so it isn't provoked every second.
+    if (error.kind() == XUnavailable::Kind::refused) retryAtMs_ = steadyMs() + static_cast<std::int64_t>(options_.refusedRetrySec * 1000);
+    if (trouble_ != error.kind() && options_.log)
+      options_.log(fmt::format("{} — windows, input and pointer stay unknown until it answers", error.what()));
+    trouble_ = error.kind();
+    return {};
+  }
+}
+
+}  // namespace halvo
