@@ -1,0 +1,26 @@
+#include "agents/CoachDriver/SingleInstance.h"
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace halvo {
+
+std::optional<SingleInstance> SingleInstance::acquire(const std::filesystem::path& pidFile) {
+  FileHandle file(::open(pidFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (!file) throw std::system_error(errno, std::generic_category(), pidFile.string());
+  if (::flock(file.fd(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EWOULDBLOCK) return std::nullopt;
+    throw std::system_error(errno, std::generic_category(), pidFile.string());
+  }
+  const auto text = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(file.fd(), 0) != 0 || ::pwrite(file.fd(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+    throw std::system_error(errno, std::generic_category(), pidFile.string());
+  return SingleInstance(std::move(file));
+}
+
+}  // namespace halvo
