@@ -1,0 +1,19 @@
+// Plays the fixed scene and tells how it ended.
+#include <CLI/CLI.hpp>
+
+#include "CaptureShared/DataRoot/AgentUmask.h"
+#include "CaptureShared/Foundation/UserFolders.h"
+#include "tools/Scene/Scene.h"
+
+int main(int argc, char** argv) {
+  halvo::AgentUmask::apply();
+  CLI::App app("Plays a fixed scene on a private desktop with the real programs.");
+  std::string bin;
+  app.add_option("--bin", bin, "the folder of the programs")->required();
+  CLI11_PARSE(app, argc, argv);
+  halvo::Scene scene(bin, halvo::UserFolders::systemTemp(halvo::processEnvironment()) / "scene");
+  const bool passed = scene.play();
+  std::printf("data root: %s\n", scene.dataRoot().c_str());
+  std::printf("the scene %s\n", passed ? "passed" : "FAILED");
+  return passed ? 0 : 1;
+}
