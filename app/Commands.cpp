@@ -78,12 +78,15 @@ std::string sampledLine(std::int64_t nowMs) {
 int declare(const std::string& task, const std::optional<std::string>& until, const std::optional<std::string>& why) {
   const auto text = std::string(Text::trim(task));
   if (text.empty()) return fail("say what you mean to be doing, as in: halvo declare \"write the essay\" --until 5:00pm");
-  return record(IntentionWriter::declare({.task = text, .until = unlessBlank(until), .why = unlessBlank(why), .asOfMs = Clock::system().nowMs()}), "declared: " + text);
+  return record(
+      IntentionWriter::declare({.task = text, .until = unlessBlank(until), .why = unlessBlank(why), .asOfMs = Clock::system().nowMs()}),
+      "declared: " + text);
 }
 
 int takeBreak(const std::optional<std::string>& given) {
   const auto until = unlessBlank(given);
-  return record(IntentionWriter::declareBreak(until, Clock::system().nowMs()), "declared: Break" + (until ? " until " + *until : std::string()));
+  return record(IntentionWriter::declareBreak(until, Clock::system().nowMs()),
+                "declared: Break" + (until ? " until " + *until : std::string()));
 }
 
 int clear() { return record(IntentionWriter::clear(Clock::system().nowMs()), "cleared: nothing is declared now"); }
@@ -92,7 +95,8 @@ int status() {
   print(AgentConfig::describe(AgentConfig::dataRootStatus()));
   if (DataPaths::configFileExistsButFailedToParse())
     print("config:    " + DataPaths::configURL().string() + " could not be read as settings; its values are not in force");
-  for (const auto& key : AgentConfig::load().unknownKeys) print("config:    " + TerminalText::oneLine(key) + " is not a setting and was ignored");
+  for (const auto& key : AgentConfig::load().unknownKeys)
+    print("config:    " + TerminalText::oneLine(key) + " is not a setting and was ignored");
   if (!DataPaths::isDataRootAvailable()) return 1;
   const auto now = Clock::system().nowMs();
   const auto body = CurrentTask::read();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "AmbitudeAppKit/Entry/StateDump.h"
 #include "CaptureShared/DataRoot/AgentConfig.h"
@@ -30,7 +31,14 @@ void run(const std::vector<std::string>& arguments, const std::function<void()>&
   switch (mode(arguments)) {
     case Mode::dump: StateDump::run(print, Calendar::local()); break;
     case Mode::renderUI: print("--render-ui is a debug-only tool that is not in this build."); break;
-    case Mode::application: mainLoop(); break;
+    case Mode::application:
+      try {
+        mainLoop();
+      } catch (const std::exception& error) {
+        // A root that can't be written to, say. Whoever started us reads the reason; the exit status says nothing about it.
+        std::fprintf(stderr, "%s\n", error.what());
+      }
+      break;
   }
   std::fflush(stdout);
   std::_Exit(0);

@@ -12,8 +12,8 @@
 
 namespace halvo {
 
-/// What happens, as it happens: the events, verdicts and gate decisions of a data root as lines for a person. It follows the files and nothing
-/// else, so the programs that write them may come and go.
+/// What happens, as it happens: the events, verdicts and gate decisions of a data root as lines for a person. It follows the files and
+/// nothing else, so the programs that write them may come and go.
 class LiveLog {
  public:
   enum class Kind {
@@ -33,8 +33,8 @@ class LiveLog {
 
   explicit LiveLog(const std::filesystem::path& dataRoot);
 
-  /// What came since the last call, oldest first; at the first call everything. A file that is missing or can't be read has no lines now and is
-  /// tried again at the next call. A file that was replaced gives only its rows later than what was already shown.
+  /// What came since the last call, oldest first; at the first call everything. A file that is missing or can't be read has no lines now
+  /// and is tried again at the next call. A file that was replaced gives only its rows later than what was already shown.
   std::vector<Line> poll();
 
   static bool isConversation(Kind kind);

@@ -64,7 +64,8 @@ std::vector<std::string> unknownToolNames(const std::vector<ToolCall>& in) {
 }
 
 bool promisesQuiet(std::string_view text) {
-  for (const char* pattern : {"stay(ing)? quiet", "stay(ing)? out of your way", "leave you (alone|to it)", "out of your hair", "not going to keep"}) {
+  for (const char* pattern :
+       {"stay(ing)? quiet", "stay(ing)? out of your way", "leave you (alone|to it)", "out of your hair", "not going to keep"}) {
     try {
       if (CompiledRegexCache::get(pattern, Regex::Flag::caseless)->matches(text)) return true;
     } catch (const RegexLimitExceeded&) {
@@ -141,13 +142,16 @@ Result evaluate(std::span<const EventLogEvent> allEvents, std::int64_t asOfMs, d
   const auto fromMs = asOfMs - static_cast<std::int64_t>(lookback * 3'600'000);
   const auto begin = std::lower_bound(allEvents.begin(), allEvents.end(), fromMs,
                                       [](const EventLogEvent& event, std::int64_t ms) { return event.tsMs < ms; });
-  const auto end = std::upper_bound(begin, allEvents.end(), asOfMs, [](std::int64_t ms, const EventLogEvent& event) { return ms < event.tsMs; });
+  const auto end =
+      std::upper_bound(begin, allEvents.end(), asOfMs, [](std::int64_t ms, const EventLogEvent& event) { return ms < event.tsMs; });
   Result result;
   if (begin == end) {
-    const auto reason = allEvents.empty()
-                            ? std::string("no events in the log yet -- nothing to check (fresh install).")
-                            : fmt::format("no events at all in the last {:g}h, though the log holds {} event(s) overall -- the event log itself has gone quiet",
-                                          lookback, allEvents.size());
+    const auto reason =
+        allEvents.empty()
+            ? std::string("no events in the log yet -- nothing to check (fresh install).")
+            : fmt::format(
+                  "no events at all in the last {:g}h, though the log holds {} event(s) overall -- the event log itself has gone quiet",
+                  lookback, allEvents.size());
     result.outcome = EmptyWindow{reason};
     result.logLines.push_back("coach output audit: not evaluated: " + reason);
     return result;
@@ -175,7 +179,8 @@ std::optional<EventLogEvent> event(const Result& result, std::int64_t asOfMs) {
       [&](const Findings& found) {
         JSONValue::Array list;
         for (const auto& finding : result.report.findings)
-          list.push_back(JSONObject{{"check", finding.check}, {"ts_ms", finding.tsMs}, {"detail", finding.detail}, {"excerpt", finding.excerpt}});
+          list.push_back(
+              JSONObject{{"check", finding.check}, {"ts_ms", finding.tsMs}, {"detail", finding.detail}, {"excerpt", finding.excerpt}});
         return std::optional(make("coach_output_audit_findings", {{"reason", found.reason}, {"findings", std::move(list)}}));
       },
       [](const Clean&) { return std::optional<EventLogEvent>(); });

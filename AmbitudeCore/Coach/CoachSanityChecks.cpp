@@ -109,7 +109,9 @@ std::string stripSilenceSentinel(std::string_view text) {
   return std::string(Text::trim(Text::replaceAll(std::string(text), CoachTools::silenceSentinel, "")));
 }
 bool showsSilenceSentinel(std::string_view text) { return text.find(CoachTools::silenceSentinel) != std::string_view::npos; }
-bool hasAnySpokenContent(const ChatResponse& response) { return !response.toolCalls.empty() || !stripSilenceSentinel(response.text).empty(); }
+bool hasAnySpokenContent(const ChatResponse& response) {
+  return !response.toolCalls.empty() || !stripSilenceSentinel(response.text).empty();
+}
 
 std::string stripLeakedToolCallSyntaxUncached(std::string_view text) {
   static const std::vector<std::string> patterns = stripPatterns();

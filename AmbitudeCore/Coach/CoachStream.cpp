@@ -12,7 +12,9 @@
 
 namespace halvo {
 
-std::filesystem::path CoachStream::url(const std::filesystem::path& dataRoot) { return DataPaths::ioLayerDir(dataRoot) / "coach-stream.jsonl"; }
+std::filesystem::path CoachStream::url(const std::filesystem::path& dataRoot) {
+  return DataPaths::ioLayerDir(dataRoot) / "coach-stream.jsonl";
+}
 
 CoachStreamWriter::CoachStreamWriter(const std::filesystem::path& file, std::string turnID) : turnID_(std::move(turnID)) {
   makePrivateFolder(file.parent_path());

@@ -7,8 +7,8 @@
 
 namespace halvo {
 
-/// The reply as it is written, for whoever watches: `io-layer/coach-stream.jsonl`. It holds one turn and is wiped by the next; the record of a reply
-/// is its event.
+/// The reply as it is written, for whoever watches: `io-layer/coach-stream.jsonl`. It holds one turn and is wiped by the next; the record
+/// of a reply is its event.
 namespace CoachStream {
 std::filesystem::path url(const std::filesystem::path& dataRoot);
 }

@@ -48,7 +48,8 @@ RememberCorrectionArguments RememberCorrectionArguments::parse(const JSONValue& 
 }
 
 ProposeOptionsArguments ProposeOptionsArguments::parse(const JSONValue& arguments) {
-  ProposeOptionsArguments read{.setting = textAt(arguments, "setting"), .title = textAt(arguments, "title"), .message = textAt(arguments, "message")};
+  ProposeOptionsArguments read{
+      .setting = textAt(arguments, "setting"), .title = textAt(arguments, "title"), .message = textAt(arguments, "message")};
   const auto* options = arguments.find("options");
   if (!options || !options->arrayValue()) return read;
   std::set<std::string> seen;
@@ -65,9 +66,11 @@ namespace CorrectJudgmentGuard {
 
 bool isBareAnswer(std::string_view text) {
   static constexpr std::array<std::string_view, 37> answers{
-      "yes",   "yeah",    "yep",        "yup",  "ya",        "y",      "sure",         "ok",    "okay",       "correct",  "right",  "true", "exactly",
-      "no",    "nope",    "nah",        "n",    "wrong",     "not",    "false",        "k",     "absolutely", "definitely", "please", "mhm",  "uh huh",
-      "it is", "i guess", "i think so", "it's not", "it isn't", "it does", "of course", "indeed", "that's right", "that is right", "thats right"};
+      "yes",       "yeah",    "yep",          "yup",           "ya",         "y",          "sure",       "ok",
+      "okay",      "correct", "right",        "true",          "exactly",    "no",         "nope",       "nah",
+      "n",         "wrong",   "not",          "false",         "k",          "absolutely", "definitely", "please",
+      "mhm",       "uh huh",  "it is",        "i guess",       "i think so", "it's not",   "it isn't",   "it does",
+      "of course", "indeed",  "that's right", "that is right", "thats right"};
   // Letters, digits and apostrophes count; a comma, a dash or a thumb adds nothing to a yes.
   std::string plain;
   const auto lowered = Text::lower(text);

@@ -8,7 +8,8 @@
 #include "AmbitudeCore/Backends/ChatTypes.h"
 #include "CaptureShared/Records/CoachCorrection.h"
 
-/// A tool call's arguments, read. They come from a model: data only, of any shape. Each reader answers absent for a call that is not usable.
+/// A tool call's arguments, read. They come from a model: data only, of any shape. Each reader answers absent for a call that is not
+/// usable.
 namespace halvo {
 
 struct WriteCurrentIntentionArguments {

@@ -34,16 +34,19 @@ ToolSpec tool(const char* name, const char* description, JSONObject properties, 
 
 std::vector<ToolSpec> makeLive() {
   namespace T = CoachToolTexts;
-  const JSONValue option = JSONObject{
-      {"type", "object"},
-      {"properties", JSONObject{{"id", property("string", nullptr)}, {"label", property("string", nullptr)}, {"hint", property("string", T::proposeOptionsHint)}}},
-      {"required", JSONValue::Array{"id", "label"}}};
+  const JSONValue option = JSONObject{{"type", "object"},
+                                      {"properties", JSONObject{{"id", property("string", nullptr)},
+                                                                {"label", property("string", nullptr)},
+                                                                {"hint", property("string", T::proposeOptionsHint)}}},
+                                      {"required", JSONValue::Array{"id", "label"}}};
   return {
       tool("write_current_intention", T::writeCurrentIntention,
-           {{"notes", property("string", T::writeCurrentIntentionNotes)}, {"horizon_minutes", minutes(T::writeCurrentIntentionHorizon, 1, 10080)}},
+           {{"notes", property("string", T::writeCurrentIntentionNotes)},
+            {"horizon_minutes", minutes(T::writeCurrentIntentionHorizon, 1, 10080)}},
            {"notes"}),
       tool("correct_judgment", T::correctJudgment,
-           {{"app", property("string", T::correctJudgmentApp)}, {"project", property("string", T::correctJudgmentProject)}}, {"app", "project"}),
+           {{"app", property("string", T::correctJudgmentApp)}, {"project", property("string", T::correctJudgmentProject)}},
+           {"app", "project"}),
       tool("go_quiet", T::goQuiet,
            {{"minutes", minutes(T::goQuietMinutes, 5, 1440)},
             {"rest_of_day", property("boolean", T::goQuietRestOfDay)},
@@ -79,7 +82,7 @@ std::vector<ToolSpec> makeAll() {
 
 CoachTools::Names namesOf(const std::vector<ToolSpec>& tools) {
   CoachTools::Names names;
-  for (const auto& spec : tools) names.insert(spec.name);
+  for (const auto& tool : tools) names.insert(tool.name);
   return names;
 }
 

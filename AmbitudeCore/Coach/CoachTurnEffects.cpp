@@ -46,11 +46,13 @@ ToolEffect writeIntention(const ToolCall& call, std::int64_t asOfMs) {
 ToolEffect correctJudgment(const ToolCall& call, std::int64_t asOfMs, CorrectJudgmentGuard::Verdict guard) {
   const auto read = CorrectJudgmentArguments::parse(call.arguments);
   if (!read)
-    return refused(call, malformed("correct_judgment_malformed", call, "missing app or project", asOfMs), "Not recorded — missing app or project.");
+    return refused(call, malformed("correct_judgment_malformed", call, "missing app or project", asOfMs),
+                   "Not recorded — missing app or project.");
   if (guard == CorrectJudgmentGuard::Verdict::bareAnswerToOwnQuestion)
-    return refused(call, event("correct_judgment_refused", {{"reason", "bare_answer_to_own_question"}}, asOfMs),
-                   "Not recorded — their reply was only a yes or no to your own question, so the link would be your guess rather than a fact they "
-                   "stated. If it matters, ask them to say it in their own words.");
+    return refused(
+        call, event("correct_judgment_refused", {{"reason", "bare_answer_to_own_question"}}, asOfMs),
+        "Not recorded — their reply was only a yes or no to your own question, so the link would be your guess rather than a fact they "
+        "stated. If it matters, ask them to say it in their own words.");
   return {call, {event("app_project_link_asserted", {{"app", read->app}, {"project", read->project}}, asOfMs)},
           "Recorded: " + read->app + " is part of " + read->project + "."};
 }
@@ -59,7 +61,8 @@ ToolEffect goQuiet(const ToolCall& call, std::int64_t asOfMs, const Calendar& ca
   const auto parsed = GoQuietArguments::parse(call.arguments);
   auto opened = GoQuietArguments::requestedEvent(parsed, std::nullopt, asOfMs, calendar);
   if (!opened)
-    return refused(call, malformed("user_quiet_malformed", call, "no usable minutes or rest_of_day", asOfMs), GoQuietArguments::resultText(parsed));
+    return refused(call, malformed("user_quiet_malformed", call, "no usable minutes or rest_of_day", asOfMs),
+                   GoQuietArguments::resultText(parsed));
   return {call, {std::move(*opened)}, GoQuietArguments::resultText(parsed)};
 }
 
@@ -88,16 +91,18 @@ ToolEffect proposeOptions(const ToolCall& call, std::int64_t asOfMs) {
     return refused(call, malformed("propose_options_malformed", call, fmt::format("usable_options={}", read.options.size()), asOfMs),
                    "Not shown — fewer than two usable options.");
   if (read.title.empty())
-    return refused(call, malformed("propose_options_malformed", call, fmt::format("missing title usable_options={}", read.options.size()), asOfMs),
-                   "Not shown — missing title.");
+    return refused(
+        call, malformed("propose_options_malformed", call, fmt::format("missing title usable_options={}", read.options.size()), asOfMs),
+        "Not shown — missing title.");
   JSONValue::Array options;
   for (const auto& option : read.options) {
     JSONObject entry{{"id", option.id}, {"label", option.label}};
     if (option.hint) entry.set("hint", *option.hint);
     options.push_back(std::move(entry));
   }
-  return {call, {event("option_card_offered",
-                       {{"setting", read.setting}, {"title", read.title}, {"message", read.message}, {"options", std::move(options)}}, asOfMs)},
+  return {call,
+          {event("option_card_offered",
+                 {{"setting", read.setting}, {"title", read.title}, {"message", read.message}, {"options", std::move(options)}}, asOfMs)},
           "Shown."};
 }
 
@@ -133,19 +138,21 @@ EventLogEvent event(const char* type, JSONObject detail, std::int64_t asOfMs) {
   return {.tsMs = asOfMs, .kind = "event", .type = type, .detail = std::move(detail), .source = "coach-core"};
 }
 
-ToolEffects toolEffects(const std::vector<ToolCall>& calls, std::int64_t asOfMs, CorrectJudgmentGuard::Verdict guard, const Calendar& calendar) {
+ToolEffects toolEffects(const std::vector<ToolCall>& calls, std::int64_t asOfMs, CorrectJudgmentGuard::Verdict guard,
+                        const Calendar& calendar) {
   ToolEffects effects;
   std::vector<ToolCall> seen;
   for (const auto& call : calls) {
     const auto name = CoachTools::canonicalToolName(call.name);
     const auto& live = Layer3Tools::all();
-    const bool isLive = std::any_of(live.begin(), live.end(), [&](const ToolSpec& spec) { return spec.name == name; });
+    const bool isLive = std::any_of(live.begin(), live.end(), [&](const ToolSpec& tool) { return tool.name == name; });
     if (!isLive) {
       // A tool of the older road is known and not this coach's to use; any other name is no tool at all.
       const bool isKnown = CoachTools::recognizedToolNames().contains(call.name);
       if (!isKnown) effects.unrecognized.push_back(call.name);
       effects.markers.push_back(event(isKnown ? "tool_call_denied" : "tool_call_dropped",
-                                      {{"name", call.name}, {"reason", isKnown ? "not one of the coach's tools" : "unknown tool"}}, asOfMs));
+                                      {{"name", call.name}, {"reason", isKnown ? "not one of the coach's tools" : "unknown tool"}},
+                                      asOfMs));
       continue;
     }
     if (std::find(seen.begin(), seen.end(), call) != seen.end()) {

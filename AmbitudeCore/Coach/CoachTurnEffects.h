@@ -10,7 +10,8 @@
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Records/EventLogEvent.h"
 
-/// What a reply changes, as events. Nothing a model wrote names a file, an address or a command; unknown tools and extra arguments are data.
+/// What a reply changes, as events. Nothing a model wrote names a file, an address or a command; unknown tools and extra arguments are
+/// data.
 namespace halvo::CoachTurnEffects {
 
 inline constexpr const char* truncationUserReason = "The coach's reply got cut off, so it wasn't shown.";

@@ -41,7 +41,8 @@ std::vector<std::string> chunks(std::string_view text, int wordsPerChunk, int st
   const auto size = static_cast<std::size_t>(std::max(1, wordsPerChunk)), step = static_cast<std::size_t>(std::max(1, stride));
   for (std::size_t begin = 0; begin < words.size(); begin += step) {
     const auto end = std::min(words.size(), begin + size);
-    result.push_back(Text::join({words.begin() + static_cast<std::ptrdiff_t>(begin), words.begin() + static_cast<std::ptrdiff_t>(end)}, " "));
+    result.push_back(
+        Text::join({words.begin() + static_cast<std::ptrdiff_t>(begin), words.begin() + static_cast<std::ptrdiff_t>(end)}, " "));
     if (end == words.size()) break;
   }
   return result;
@@ -79,7 +80,8 @@ Verdict evaluate(const Reply& reply, const DegenerateReplyCentroid& centroid, co
   if (texts.empty()) return {};
   const auto vectors = embedding->embed(texts, stop);
   if (vectors.size() != texts.size())
-    throw EvaluationError(Kind::embeddingCountMismatch, fmt::format("embedding count mismatch: expected {}, got {}", texts.size(), vectors.size()));
+    throw EvaluationError(Kind::embeddingCountMismatch,
+                          fmt::format("embedding count mismatch: expected {}, got {}", texts.size(), vectors.size()));
   const double threshold = centroid.threshold(reply.sensitivity.k);
   Verdict verdict;
   double worst = -1;

@@ -86,8 +86,8 @@ struct Reply {
   std::optional<std::string> finishReason = {};
   DegenerateReplySensitivity sensitivity = {};
 };
-/// The cheap signals first, then, with an embedding and a centroid that has a vector, the chunks' cosine distances. Throws `EvaluationError` and
-/// what `embedding` throws.
+/// The cheap signals first, then, with an embedding and a centroid that has a vector, the chunks' cosine distances. Throws
+/// `EvaluationError` and what `embedding` throws.
 Verdict evaluate(const Reply& reply, const DegenerateReplyCentroid& centroid, const TextEmbedding* embedding, const std::stop_token& stop);
 
 /// `words` words at a time, every `stride` words.

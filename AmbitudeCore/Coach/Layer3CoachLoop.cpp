@@ -13,13 +13,15 @@ namespace Layer3CoachLoop {
 namespace {
 
 /// The conversation with the calls and their answers behind it.
-std::vector<ChatMessage> answered(const Layer3TurnRequest& request, const ChatResponse& first, const CoachTurnEffects::ToolEffects& effects) {
+std::vector<ChatMessage> answered(const Layer3TurnRequest& request, const ChatResponse& first,
+                                  const CoachTurnEffects::ToolEffects& effects) {
   auto messages = request.messages;
   std::vector<ToolCall> calls;
   for (const auto& effect : effects.taken) calls.push_back(Layer3Conversation::withoutTurnMarkers(effect.call));
   messages.push_back(ChatMessage::assistant(first.text, calls, first.thinking.empty() ? std::nullopt : std::optional(first.thinking),
                                             first.reasoningDetailsJSON));
-  for (const auto& effect : effects.taken) messages.push_back(ChatMessage::toolResult(effect.call.name, ScreenText::breakTurnMarkers(effect.result)));
+  for (const auto& effect : effects.taken)
+    messages.push_back(ChatMessage::toolResult(effect.call.name, ScreenText::breakTurnMarkers(effect.result)));
   return messages;
 }
 

@@ -19,8 +19,8 @@ struct Layer3TurnRequest {
 };
 
 namespace Layer3CoachLoop {
-/// Makes the call. A reply that is tool calls and no words is answered with what became of them and asked once more, so that the turn ends in
-/// words; the two are then one response, with every call of both and their usage together. Throws `ModelBackendError`, `Cancelled`.
+/// Makes the call. A reply that is tool calls and no words is answered with what became of them and asked once more, so that the turn ends
+/// in words; the two are then one response, with every call of both and their usage together. Throws `ModelBackendError`, `Cancelled`.
 ChatResponse runTurn(const Layer3TurnRequest& request, ModelBackend& backend, const Calendar& calendar, const StreamCallback& onDelta,
                      const std::stop_token& stop);
 }  // namespace Layer3CoachLoop

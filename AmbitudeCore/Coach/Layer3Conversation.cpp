@@ -72,7 +72,8 @@ Replay replayOf(const EventLogEvent& decision) {
   for (std::size_t i = 0; i < calls->arrayValue()->size(); ++i) {
     const auto call = ToolCall::decodeLogged((*calls->arrayValue())[i]);
     if (!call || !Layer3Tools::replayableToolNames().contains(call->name)) continue;
-    const auto* result = results && results->arrayValue() && i < results->arrayValue()->size() ? (*results->arrayValue())[i].find("text") : nullptr;
+    const auto* result =
+        results && results->arrayValue() && i < results->arrayValue()->size() ? (*results->arrayValue())[i].find("text") : nullptr;
     replay.calls.push_back(withoutTurnMarkers(*call));
     replay.results.push_back(result && result->stringValue() ? ScreenText::breakTurnMarkers(*result->stringValue()) : "ok");
   }
@@ -83,7 +84,8 @@ Fold foldEvents(const View& view, const Calendar& calendar) {
   const auto startMs = std::max(view.floorMs, PromptWindowQuantization::floor(view.asOfMs - windowMs, view.stepSec));
   const auto begin = std::lower_bound(view.events.begin(), view.events.end(), startMs,
                                       [](const EventLogEvent& event, std::int64_t ms) { return event.tsMs < ms; });
-  const auto end = std::upper_bound(begin, view.events.end(), view.asOfMs, [](std::int64_t ms, const EventLogEvent& event) { return ms < event.tsMs; });
+  const auto end =
+      std::upper_bound(begin, view.events.end(), view.asOfMs, [](std::int64_t ms, const EventLogEvent& event) { return ms < event.tsMs; });
   // A turn's rows share one time, and its decision may stand before or behind its words.
   std::map<std::int64_t, Replay> replays;
   for (auto event = begin; event != end; ++event)
@@ -154,12 +156,14 @@ std::vector<ChatMessage> withMeds(std::vector<ChatMessage> messages, const std::
 }  // namespace
 
 std::vector<ChatMessage> forReply(const Turn& turn, const Calendar& calendar) {
-  return withMeds(Layer3Conversation::project({.events = turn.events, .floorMs = turn.floorMs, .asOfMs = turn.asOfMs}, calendar), turn.medsStatus);
+  return withMeds(Layer3Conversation::project({.events = turn.events, .floorMs = turn.floorMs, .asOfMs = turn.asOfMs}, calendar),
+                  turn.medsStatus);
 }
 
 std::vector<ChatMessage> forCheckin(const Turn& turn, const std::string& summary, const Calendar& calendar) {
-  return withMeds(Layer3Conversation::projectNewCheckin({.events = turn.events, .floorMs = turn.floorMs, .asOfMs = turn.asOfMs}, summary, calendar),
-                  turn.medsStatus);
+  return withMeds(
+      Layer3Conversation::projectNewCheckin({.events = turn.events, .floorMs = turn.floorMs, .asOfMs = turn.asOfMs}, summary, calendar),
+      turn.medsStatus);
 }
 
 }  // namespace Layer3Request

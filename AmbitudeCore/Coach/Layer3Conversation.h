@@ -10,8 +10,9 @@
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Records/EventLogEvent.h"
 
-/// The conversation as the model sees it, rebuilt from the event log at every turn; it has no store of its own. What the user said begins with the
-/// time alone in brackets; what the system reports opens with the time in words. Nothing quoted from a screen can pass for the user's voice.
+/// The conversation as the model sees it, rebuilt from the event log at every turn; it has no store of its own. What the user said begins
+/// with the time alone in brackets; what the system reports opens with the time in words. Nothing quoted from a screen can pass for the
+/// user's voice.
 namespace halvo {
 
 namespace Layer3Conversation {
@@ -30,7 +31,8 @@ std::vector<ChatMessage> project(const View& view, const Calendar& calendar);
 /// The same and, behind it, the notice of a check-in that is about to be: what the log will give once it is written.
 std::vector<ChatMessage> projectNewCheckin(const View& view, const std::string& summary, const Calendar& calendar);
 
-/// A call with the turn markers in its arguments broken: they are a model's words, and it may have put together again what was broken for it.
+/// A call with the turn markers in its arguments broken: they are a model's words, and it may have put together again what was broken for
+/// it.
 ToolCall withoutTurnMarkers(ToolCall call);
 
 /// "— 40 minutes later —", "— 1.5 hours later —".

@@ -26,7 +26,8 @@ std::vector<EventLogEvent> events(const Turn& turn, const Calendar& calendar) {
   }
   if (turn.noReplyFallbackText) return {AppChatEvents::coachMessage({.text = *turn.noReplyFallbackText, .asOfMs = turn.asOfMs})};
   if (!turn.response.toolCalls.empty()) {
-    const auto failed = std::find_if(base.begin(), base.end(), [](const EventLogEvent& event) { return event.type == "coach_turn_failed"; });
+    const auto failed =
+        std::find_if(base.begin(), base.end(), [](const EventLogEvent& event) { return event.type == "coach_turn_failed"; });
     if (failed != base.end()) return {*failed};
   }
   return {AppChatEvents::turnFailed("it decided to check in but didn't produce a reply", std::nullopt, turn.asOfMs)};

@@ -24,8 +24,8 @@ class Exceeded : public std::runtime_error {
   double seconds_;
 };
 
-/// Runs `operation` with a token that stops when time is up or the caller's token stops, and answers what it answers. Throws `Exceeded` when it was
-/// the time; whatever else the operation throws is thrown on.
+/// Runs `operation` with a token that stops when time is up or the caller's token stops, and answers what it answers. Throws `Exceeded`
+/// when it was the time; whatever else the operation throws is thrown on.
 template <class F>
 auto run(double seconds, const std::stop_token& stop, F&& operation) {
   std::stop_source inner;

@@ -34,10 +34,12 @@ std::optional<ClassifierTick> ClassifierTick::decode(std::string_view line) {
   if (parser.parse(line.data(), line.size()).get_object().get(row)) return std::nullopt;
   ClassifierTick tick;
   bool hasAt = false;
-  for (const auto [key, value] : row) {
+  for (const auto field : row) {
+    const std::string_view key = field.key;
+    const auto value = field.value;
     std::string_view text;
-    auto take = [&](std::optional<std::string>& field) {
-      if (!value.get_string().get(text)) field.emplace(text);
+    auto take = [&](std::optional<std::string>& into) {
+      if (!value.get_string().get(text)) into.emplace(text);
     };
     if (key == "at") {
       if (!value.get_string().get(text)) tick.at = text, hasAt = true;

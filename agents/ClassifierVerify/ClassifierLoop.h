@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 
@@ -86,7 +87,7 @@ class ClassifierLoop {
   WindowContentReader reader_;
   std::optional<IncrementalJSONLReader<EventLogEvent>> events_;
   std::optional<EventLogEvent> newestDeclaration_;
-  std::map<std::string, std::string> said_;  ///< the last line of each trouble, told once until it changes or ends
+  std::map<std::string, std::set<std::string>> said_;  ///< by topic the troubles that were told, each once until the topic is settled
   bool modelIsDown_ = false;
   std::int64_t restUntilMs_ = 0;
 };

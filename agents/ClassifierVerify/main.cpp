@@ -7,10 +7,12 @@
 #include <mutex>
 #include <thread>
 
+#include <fmt/format.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 
 #include "AmbitudeCore/Backends/LocalInferenceEndpoint.h"
+#include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/AgentLogging.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -54,6 +56,13 @@ int main() {
   const LogSink log = [toStream = standardLog(), clock](const std::string& line) {
     toStream(ISO8601::utcSeconds(clock.nowMs()) + " " + line);
   };
+  if (const auto config = AgentConfig::load(); config.isMalformed())
+    log(fmt::format("{} is malformed ({}) — none of its settings is in force", DataPaths::configURL().string(), *config.parseError));
+  const auto root = []() -> std::optional<std::filesystem::path> {
+    if (DataPaths::isDataRootAvailable()) return DataPaths::dataRoot();
+    DataPaths::invalidateConfigCache();  // it may be chosen before the next pass
+    return std::nullopt;
+  };
   LinuxDesktop desktop(LinuxDesktop::Options::from(environment, clock.nowMs, log));
   XScreenCapture screen(value(environment, "DISPLAY"));
   const auto transport = HTTPTransportRouter::standard();
@@ -67,7 +76,7 @@ int main() {
                        .power = desktop.powerSource(),
                        .transport = *transport,
                        .inferenceBaseURL = LocalInferenceEndpoint::resolve(environment),
-                       .dataRoot = [] { return DataPaths::isDataRootAvailable() ? std::optional(DataPaths::dataRoot()) : std::nullopt; },
+                       .dataRoot = root,
                        .dataRootUnavailableReason = DataPaths::dataRootUnavailableReason,
                        .taskFileBody = CurrentTask::read,
                        .log = log});

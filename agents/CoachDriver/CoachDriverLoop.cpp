@@ -41,8 +41,12 @@ std::string holdLine(const Layer3Trigger::Outcome& outcome, const Calendar& cale
   using namespace Layer3Trigger;
   return match(
       outcome, [](const OpenDeveloperCheckinRequested&) { return std::string("a check-in was asked for by a developer"); },
-      [&](const HoldForRecentClose& hold) { return "holding until " + calendar.hourMinute(hold.untilMs) + ": the conversation was closed a moment ago"; },
-      [](const HoldForUnansweredCheckin& hold) { return "holding: a check-in is unanswered and nothing changed (" + hold.anchor.value_or("no situation known") + ")"; },
+      [&](const HoldForRecentClose& hold) {
+        return "holding until " + calendar.hourMinute(hold.untilMs) + ": the conversation was closed a moment ago";
+      },
+      [](const HoldForUnansweredCheckin& hold) {
+        return "holding: a check-in is unanswered and nothing changed (" + hold.anchor.value_or("no situation known") + ")";
+      },
       [](const CheckinHoldExpired&) { return std::string("an unanswered check-in has outlived its hold"); },
       [&](const HoldForUserQuiet& hold) { return "holding until " + calendar.hourMinute(hold.untilMs) + ": they asked for quiet"; },
       [](const HoldForCall&) { return std::string("holding: a call is in progress"); },
@@ -121,7 +125,8 @@ void CoachDriverLoop::wake(const std::stop_token& stop) {
     return;
   }
   looksAgain_ = false;
-  if (!surroundings_.isDataRootThere()) return logChange(lastTrouble_, "layer3: the data root is not there; nothing is read or recorded until it is");
+  if (!surroundings_.isDataRootThere())
+    return logChange(lastTrouble_, "layer3: the data root is not there; nothing is read or recorded until it is");
   Moment moment{.asOfMs = surroundings_.clock.nowMs()};
   surroundings_.clock.wait(settleSec, stop);
   const auto refreshed = logs_.refresh();
@@ -189,16 +194,18 @@ void CoachDriverLoop::reply(const Moment& moment, const std::stop_token& stop) {
 GatePollingCadence::Moment CoachDriverLoop::cadenceMoment(const Moment& moment) const {
   std::optional<double> idleSec;
   try {
-    if (const auto newest = SignalsReader(DataPaths::signalsDB(surroundings_.dataRoot)).latestTick(moment.asOfMs)) idleSec = newest->idleAnySec;
+    if (const auto newest = SignalsReader(DataPaths::signalsDB(surroundings_.dataRoot)).latestTick(moment.asOfMs))
+      idleSec = newest->idleAnySec;
   } catch (const SignalsReaderError&) {
     // Without samples the classifier's own word on being away has to do.
   }
   auto task = EventLog::read(DataPaths::events(surroundings_.dataRoot));
   if (task && task->empty()) task.reset();
-  return {.nowMs = moment.asOfMs,
-          .regime = GatePollingCadence::classify(moment.ticks.empty() ? std::nullopt : moment.ticks.back().state, idleSec, cadence_.awaySec),
-          .declaredTask = std::move(task),
-          .boundaryWindowActive = GateDecisionLog::isNearOrPastCommitmentBoundary(moment.events, moment.asOfMs, cadence_.boundaryLeadSec)};
+  return {
+      .nowMs = moment.asOfMs,
+      .regime = GatePollingCadence::classify(moment.ticks.empty() ? std::nullopt : moment.ticks.back().state, idleSec, cadence_.awaySec),
+      .declaredTask = std::move(task),
+      .boundaryWindowActive = GateDecisionLog::isNearOrPastCommitmentBoundary(moment.events, moment.asOfMs, cadence_.boundaryLeadSec)};
 }
 
 void CoachDriverLoop::consult(const Moment& moment, const std::stop_token& stop) {
@@ -227,7 +234,8 @@ std::optional<GateOutcome> CoachDriverLoop::askGate(const Moment& moment, const 
                      .ticks = moment.ticks,
                      .floorMs = moment.floorMs,
                      .nowMs = moment.asOfMs,
-                     .capture = CaptureWindowReader::read({.signalsPath = DataPaths::signalsDB(surroundings_.dataRoot), .asOfMs = moment.asOfMs}),
+                     .capture =
+                         CaptureWindowReader::read({.signalsPath = DataPaths::signalsDB(surroundings_.dataRoot), .asOfMs = moment.asOfMs}),
                      .calendar = surroundings_.calendar},
            .lowEffort = lowEffort,
            .standingNotes = GateStandingNotes::render(std::nullopt, moment.corrections, CoachCorrection::Scope::whetherToSpeak),
@@ -242,7 +250,8 @@ std::optional<GateOutcome> CoachDriverLoop::askGate(const Moment& moment, const 
   return CoachGate::decide(*surroundings_.backend, question, watch.token());
 }
 
-bool CoachDriverLoop::checkIn(const Moment& moment, const std::string& summary, std::vector<EventLogEvent> before, const std::stop_token& stop) {
+bool CoachDriverLoop::checkIn(const Moment& moment, const std::string& summary, std::vector<EventLogEvent> before,
+                              const std::stop_token& stop) {
   if (!turns_.mayRun(std::nullopt, moment.asOfMs)) return false;
   const UserMessageWatch watch(DataPaths::events(surroundings_.dataRoot), moment.eventsSize, stop);
   return turns_.run({.events = moment.events,
@@ -271,7 +280,8 @@ CoachPreferences CoachDriverLoop::readPreferences() {
     lastPreferencesTrouble_.clear();
     return preferences;
   } catch (const std::runtime_error& error) {
-    logChange(lastPreferencesTrouble_, std::string("layer3: their standing notes can't be read, so this turn goes without them: ") + error.what());
+    logChange(lastPreferencesTrouble_,
+              std::string("layer3: their standing notes can't be read, so this turn goes without them: ") + error.what());
     return {};
   }
 }

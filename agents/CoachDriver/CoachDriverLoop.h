@@ -15,8 +15,8 @@
 
 namespace halvo {
 
-/// The coach's loop: wakes, reads what happened, and either answers the person, holds, or asks the gate whether to speak up. Everything it does
-/// reaches the world as rows; everything it knows comes from rows, so it may be ended at any moment.
+/// The coach's loop: wakes, reads what happened, and either answers the person, holds, or asks the gate whether to speak up. Everything it
+/// does reaches the world as rows; everything it knows comes from rows, so it may be ended at any moment.
 class CoachDriverLoop {
  public:
   static constexpr double wakeSec = 5;        ///< between wakes while nothing happens

@@ -31,14 +31,16 @@ constexpr int maxTokens = 4096;
 class Stream {
  public:
   Stream(const CoachSurroundings& surroundings, std::int64_t asOfMs) : log_(surroundings.log) {
-    guarded([&] { writer_ = std::make_unique<CoachStreamWriter>(CoachStream::url(surroundings.dataRoot), fmt::format("turn-{}", asOfMs)); });
+    guarded(
+        [&] { writer_ = std::make_unique<CoachStreamWriter>(CoachStream::url(surroundings.dataRoot), fmt::format("turn-{}", asOfMs)); });
   }
   ~Stream() {
     guarded([&] { writer_->finish(); });
   }
   void add(const ModelStreamDelta& delta) {
     guarded([&] {
-      writer_->append({.text = delta.text, .thinking = delta.thinking, .reset = delta.resetsPrevious, .resetThinking = delta.resetsThinking});
+      writer_->append(
+          {.text = delta.text, .thinking = delta.thinking, .reset = delta.resetsPrevious, .resetThinking = delta.resetsThinking});
     });
   }
 
@@ -58,10 +60,12 @@ class Stream {
   bool broken_ = false;
 };
 
-Layer3TurnRequest requestOf(const CoachTurns::Turn& turn, const CoachSurroundings& surroundings, const std::vector<ChatMessage>& conversation) {
+Layer3TurnRequest requestOf(const CoachTurns::Turn& turn, const CoachSurroundings& surroundings,
+                            const std::vector<ChatMessage>& conversation) {
   const auto variant = surroundings.coachPrimaryIsLocal ? Layer3Prompt::Variant::local : Layer3Prompt::Variant::online;
   std::vector<std::string> notes;
-  if (auto taught = GateStandingNotes::render(std::nullopt, turn.corrections, CoachCorrection::Scope::whatToSay)) notes.push_back(std::move(*taught));
+  if (auto taught = GateStandingNotes::render(std::nullopt, turn.corrections, CoachCorrection::Scope::whatToSay))
+    notes.push_back(std::move(*taught));
   std::vector<ChatMessage> messages{ChatMessage::system(Layer3SystemPrompt::build(
       Layer3Prompt::text(variant), UserStandingInstructionsRendering::forCoach(turn.preferences.coachInstructions), notes))};
   messages.insert(messages.end(), conversation.begin(), conversation.end());
@@ -77,7 +81,7 @@ Layer3TurnRequest requestOf(const CoachTurns::Turn& turn, const CoachSurrounding
 }  // namespace
 
 void CoachTurns::recordUsage(const ChatResponse& response, const char* layer, std::int64_t asOfMs) const {
-  surroundings_.log(fmt::format("layer3 {} usage: {}", layer, TurnUsageLog::line(response)));
+  surroundings_.log(fmt::format("layer3 {} {}", layer, TurnUsageLog::line(response)));
   const auto record =
       TurnUsageRecord::from(response, {.layer = layer, .asOfMs = asOfMs, .buildVersion = EventLogWriter::defaultBuildVersion()});
   if (!record) return;
@@ -100,7 +104,8 @@ bool CoachTurns::append(const std::vector<EventLogEvent>& events) const {
 
 void CoachTurns::putOff(const Turn& turn, const std::string& reason) {
   const auto failure = backoff_.recordFailure(turn.identity, turn.asOfMs);
-  surroundings_.log(fmt::format("layer3 turn failed: {} (failure {} in a row, next try in {:g} s)", reason, failure.consecutiveFailures, failure.interval));
+  surroundings_.log(fmt::format("layer3 turn failed: {} (failure {} in a row, next try in {:g} s)", reason, failure.consecutiveFailures,
+                                failure.interval));
 }
 
 void CoachTurns::fail(const Turn& turn, const std::string& reason, const std::optional<std::string>& userReason,

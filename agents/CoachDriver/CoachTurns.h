@@ -34,7 +34,9 @@ struct CoachSurroundings {
   Calendar calendar = Calendar::local();
   LogSink log = {};
   IntentionWriter::Sinks intentionSinks = {};  ///< for the two copies of a declaration that the coach recorded
-  std::function<bool()> isDataRootThere = [] { return true; };  ///< false: a volume is gone, and its empty mount point is not to be written to
+  std::function<bool()> isDataRootThere = [] {
+    return true;
+  };  ///< false: a volume is gone, and its empty mount point is not to be written to
 };
 
 /// Runs one turn of the coach and writes what came of it.
@@ -56,7 +58,9 @@ class CoachTurns {
   bool run(const Turn& turn, const std::stop_token& stop);
 
   /// False while the cause's last failure is too fresh.
-  bool mayRun(const std::optional<std::int64_t>& identity, std::int64_t asOfMs) const { return !backoff_.isBlocked(identity, asOfMs).blocked; }
+  bool mayRun(const std::optional<std::int64_t>& identity, std::int64_t asOfMs) const {
+    return !backoff_.isBlocked(identity, asOfMs).blocked;
+  }
 
   /// Notes what a call used, in the log and in `turn-usage.jsonl`.
   void recordUsage(const ChatResponse& response, const char* layer, std::int64_t asOfMs) const;

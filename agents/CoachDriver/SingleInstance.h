@@ -10,7 +10,8 @@ namespace halvo {
 /// The driver's hold on a data root: two drivers would say everything twice. The lock ends with the process, however it ends.
 class SingleInstance {
  public:
-  /// Takes the lock on `io-layer/coach-driver.pid` and writes this process's id into it; absent when another holds it. Throws `std::system_error`.
+  /// Takes the lock on `io-layer/coach-driver.pid` and writes this process's id into it; absent when another holds it. Throws
+  /// `std::system_error`.
   static std::optional<SingleInstance> acquire(const std::filesystem::path& pidFile);
 
  private:

@@ -68,8 +68,9 @@ int main() {
   }
   const auto base = LocalInferenceEndpoint::resolve(environment);
   const auto transport = HTTPTransportRouter::standard();
-  LocalModelBackend backend({.endpoint = LocalModelConfig::chatEndpoint(base), .model = value(environment, "AMBITCHECK_MODEL").value_or("gemma4:12b-it-qat")},
-                            *transport, {.clock = clock, .log = log, .dumpDirectory = root, .environment = environment});
+  LocalModelBackend backend(
+      {.endpoint = LocalModelConfig::chatEndpoint(base), .model = value(environment, "AMBITCHECK_MODEL").value_or("gemma4:12b-it-qat")},
+      *transport, {.clock = clock, .log = log, .dumpDirectory = root, .environment = environment});
   log("layer3: the coach runs on the local model at " + base);
   CoachDriverLoop({.dataRoot = root,
                    .backend = &backend,

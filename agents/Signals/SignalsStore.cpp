@@ -152,6 +152,27 @@ void SignalsStore::open(std::int64_t tsMs) {
   }
 }
 
+bool SignalsStore::isReadable() const {
+  // This connection knows its pages by heart and would go on writing for ever into a file that nobody else can read any more. So the
+  // ends of each table, and what readers look through at every turn, are read from the disk by a stranger.
+  constexpr std::int64_t recentMs = 600'000;
+  try {
+    const SQLiteDB reader(file_, SQLiteDB::Role::reader);
+    for (const auto* sql : {"SELECT * FROM ticks WHERE ts_ms > (SELECT max(ts_ms) FROM ticks) - ?", "SELECT * FROM windows WHERE ts_ms > "
+                            "(SELECT max(ts_ms) FROM ticks) - ?", "SELECT * FROM ticks WHERE ? > 0 ORDER BY rowid LIMIT 1",
+                            "SELECT * FROM windows WHERE ? > 0 ORDER BY rowid LIMIT 1", "SELECT * FROM events WHERE ? > 0 ORDER BY rowid LIMIT 1",
+                            "SELECT * FROM events WHERE ? > 0 ORDER BY rowid DESC LIMIT 1"}) {
+      auto statement = reader.prepare(sql);
+      statement.bind({recentMs});
+      while (statement.step()) {
+      }
+    }
+  } catch (const SQLiteError& error) {
+    return !error.isCorrupt();
+  }
+  return true;
+}
+
 void SignalsStore::setAside(std::int64_t tsMs) {
   open_.reset();
   const auto aside = freeNameAside(file_, tsMs);
@@ -181,6 +202,13 @@ void SignalsStore::insert(std::int64_t tsMs, const SignalsRow& row) {
 
 std::int64_t SignalsStore::write(std::int64_t tsMs, const SignalsRow& row) {
   open(tsMs);
+  if (--untilLook_ <= 0) {
+    untilLook_ = samplesPerLook;
+    if (!isReadable()) {
+      setAside(tsMs);
+      open(tsMs);
+    }
+  }
   constexpr std::int64_t mostShiftMs = 20;
   for (auto at = tsMs;; ++at) {
     try {

@@ -33,18 +33,22 @@ class SignalsStore {
   /// after the clock was set back. Throws `SQLiteError` and `std::system_error`; nothing of the sample is then in the file, and the next
   /// call begins anew.
   std::int64_t write(std::int64_t tsMs, const SignalsRow& row);
+  /// Samples from one look at the file through a reader's eyes to the next: half a minute.
+  static constexpr int samplesPerLook = 20;
   /// Folds the write-ahead log back as far as readers allow, without waiting for them. Throws `SQLiteError`.
   void checkpoint();
 
  private:
   struct Open;
   void open(std::int64_t tsMs);
+  bool isReadable() const;
   void insert(std::int64_t tsMs, const SignalsRow& row);
   void setAside(std::int64_t tsMs);
 
   std::filesystem::path file_;
   LogSink log_;
   std::unique_ptr<Open> open_;
+  int untilLook_ = 0;
 };
 
 }  // namespace halvo

@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/AgentLogging.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -39,7 +40,10 @@ int main() {
     toStream(ISO8601::utcSeconds(clock.nowMs()) + " " + line);
   };
   const auto root = []() -> SignalsSampler::Root {
-    if (!DataPaths::isDataRootAvailable()) return {.whyNot = DataPaths::dataRootUnavailableReason()};
+    if (!DataPaths::isDataRootAvailable()) {
+      DataPaths::invalidateConfigCache();  // it may be chosen before the next turn
+      return {.whyNot = DataPaths::dataRootUnavailableReason()};
+    }
     return {.database = DataPaths::signalsDB()};
   };
   LinuxDesktop desktop(LinuxDesktop::Options::from(processEnvironment(), clock.nowMs, log));
@@ -49,6 +53,8 @@ int main() {
                           .root = root,
                           .declaredTask = [] { return CurrentTask::read(); },
                           .log = log});
+  if (const auto config = AgentConfig::load(); config.isMalformed())
+    log(fmt::format("{} is malformed ({}) — none of its settings is in force", DataPaths::configURL().string(), *config.parseError));
   log(fmt::format("Signals samples every {} ms", SignalsSampler::periodMs));
 
   std::mutex mutex;

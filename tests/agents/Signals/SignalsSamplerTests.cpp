@@ -197,6 +197,20 @@ TEST_F(SignalsSamplerTest, aDamagedDatabaseIsSetAsideWhole) {
   EXPECT_TRUE(std::any_of(aside.begin(), aside.end(), [&](const fs::path& file) { return fs::file_size(file) == size; }));
 }
 
+TEST_F(SignalsSamplerTest, aDatabaseDamagedUnderItsWriterIsFoundOut) {
+  SignalsSampler sampler(ports());
+  ASSERT_TRUE(sampler.turn(nowMs));
+  for (const auto* companion : {"", "-wal"}) {
+    const auto size = fs::file_size(database.string() + companion);
+    std::fstream(database.string() + companion, std::ios::in | std::ios::out | std::ios::binary) << std::string(size, 'x');
+  }
+  for (int turn = 0; turn < SignalsStore::samplesPerLook; ++turn) ASSERT_TRUE(sampler.turn(nowMs += 1'500));
+  ASSERT_EQ(log.size(), 1u) << "set aside, and nothing else";
+  EXPECT_NE(log[0].find("is damaged — set aside as"), std::string::npos) << log[0];
+  EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
+  EXPECT_EQ(query("SELECT max(ts_ms) FROM ticks"), std::to_string(nowMs));
+}
+
 TEST_F(SignalsSamplerTest, aFullDiskIsSaidOnceAndOutlived) {
   SignalsSampler sampler(ports());
   ASSERT_TRUE(sampler.turn(nowMs));
