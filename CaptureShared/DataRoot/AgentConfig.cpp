@@ -74,6 +74,7 @@ void write(const fs::path& file, JSONObject root, JSONObject env) {
   root.set(std::string(envObjectKey), std::move(env));
   fs::create_directories(file.parent_path());
   writeFileAtomically(file, JSONValue(std::move(root)).dumpPretty() + "\n");
+  DataPaths::invalidateConfigCache();
 }
 
 JSONObject envOf(const JSONObject& root) {

@@ -1,5 +1,6 @@
 #include "CaptureShared/DataRoot/AgentLogging.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include "CaptureShared/DataRoot/AgentConfig.h"
+#include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/DataRoot/SpotlightExclusion.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Environment.h"
@@ -31,16 +33,27 @@ void note(const fs::path& log, const std::string& text) {
   if (handle && ::write(handle.fd(), line.data(), line.size()) < 0) return;
 }
 
+/// Settings that are not in force are said at the start: a switch that someone set there does nothing.
+void tellOfMalformedConfig() {
+  if (const auto config = AgentConfig::load(); config.isMalformed())
+    std::fprintf(stderr, "%s: %s — none of its settings are in force\n", DataPaths::configURL().c_str(), config.parseError->c_str());
+}
+
 /// The rotation checks, one a log. Ended with the process: a check in progress is a rename at most.
 class RotationTimers {
  public:
   void start(const fs::path& log, double intervalSec, std::function<void()> check) {
     const std::lock_guard hold(mutex_);
     if (timers_.contains(log)) return;
+    // The thread inherits this: a SIGTERM that it took would end the process without its loop's goodbye.
+    sigset_t all, before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
     timers_.emplace(log, std::jthread([intervalSec, check = std::move(check)](const std::stop_token& stop) {
                       const auto clock = Clock::system();
                       for (clock.wait(intervalSec, stop); !stop.stop_requested(); clock.wait(intervalSec, stop)) check();
                     }));
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
   }
 
  private:
@@ -75,7 +88,9 @@ std::optional<fs::path> redirectStandardStreams(const std::string& subdirectory,
   if (!handle) return std::nullopt;
   std::fflush(stdout);
   if (::dup2(handle.fd(), STDOUT_FILENO) < 0 || ::dup2(handle.fd(), STDERR_FILENO) < 0) return std::nullopt;
-  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  // With a buffer of its own: a stream that has been written to keeps its old mode in the old one.
+  static char lines[BUFSIZ];
+  std::setvbuf(stdout, lines, _IOLBF, sizeof lines);
   std::setvbuf(stderr, nullptr, _IONBF, 0);
   SpotlightExclusion::ensureMarker(log.parent_path());
   return log;
@@ -103,14 +118,16 @@ bool rotateIfNeeded(const std::string& subdirectory, const std::string& name, st
 std::optional<fs::path> bootstrap(const std::string& subdirectory, const std::string& name, std::optional<std::int64_t> maxBytes,
                                   double rotationCheckIntervalSec) {
   AgentConfig::bootstrapProcessEnvironment();
-  if (!isLaunchdManaged()) return std::nullopt;
-  if (!maxBytes) return redirectStandardStreams(subdirectory, name);
-  rotateIfNeeded(subdirectory, name, *maxBytes);
-  const auto log = redirectStandardStreams(subdirectory, name);
-  if (log)
-    rotationTimers().start(*log, rotationCheckIntervalSec, [subdirectory, name, cap = *maxBytes] {
-      if (rotateIfNeeded(subdirectory, name, cap)) redirectStandardStreams(subdirectory, name);
-    });
+  std::optional<fs::path> log;
+  if (isLaunchdManaged()) {
+    if (maxBytes) rotateIfNeeded(subdirectory, name, *maxBytes);
+    log = redirectStandardStreams(subdirectory, name);
+    if (log && maxBytes)
+      rotationTimers().start(*log, rotationCheckIntervalSec, [subdirectory, name, cap = *maxBytes] {
+        if (rotateIfNeeded(subdirectory, name, cap)) redirectStandardStreams(subdirectory, name);
+      });
+  }
+  tellOfMalformedConfig();
   return log;
 }
 

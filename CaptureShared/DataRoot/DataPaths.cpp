@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <system_error>
 #include <vector>
 
@@ -151,11 +152,18 @@ void setConfiguredRoot(const fs::path& root) {
   config.set("dataRoot", root.string());
   writeFileAtomically(file, JSONValue(std::move(config)).dumpPretty() + "\n");
   invalidateConfigCache();
-  ensureSubdirsExist();
+  // The root has moved whether or not its folders can be made: who watches it is told either way.
+  std::exception_ptr failure;
+  try {
+    ensureSubdirsExist();
+  } catch (const std::system_error&) {
+    failure = std::current_exception();
+  }
   if (dataRootSource() == RootSource::configFile && dataRoot() != previous) {
     SpotlightExclusion::removeRecordedMarker(previous);
     for (const auto& observer : observers().get()) observer();
   }
+  if (failure) std::rethrow_exception(failure);
 }
 
 bool ensureSubdirsExist() {

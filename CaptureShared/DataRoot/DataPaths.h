@@ -42,7 +42,7 @@ bool configFileExistsButFailedToParse();
 void setConfiguredRoot(const fs::path& root);
 
 /// Makes `video` and `io-layer` (0700) under an available root, marks them against file indexing, and makes the root private. False and nothing
-/// done when the root is not available; it never makes the root itself.
+/// done when the root is not available; it never makes the root itself. Throws `std::system_error` when a folder can't be made.
 bool ensureSubdirsExist();
 
 /// Called on the writer's thread after the root changed ("CaptureShared.DataPaths.rootDidChange").

@@ -139,6 +139,8 @@ const std::vector<Entry>& supplementary() {
 
 bool covers(std::string_view relativePath) {
   const auto parts = Text::split(relativePath, '/');
+  // A path that climbs names something else than it seems to.
+  if (std::any_of(parts.begin(), parts.end(), [](std::string_view part) { return part == ".." || part == "."; })) return false;
   const std::vector<Entry>* level = nullptr;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     const auto* entry = level ? entryFor(parts[i], *level) : topEntryFor(parts[i]);

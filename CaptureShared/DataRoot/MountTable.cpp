@@ -27,19 +27,25 @@ std::set<std::string> mountPoints(const std::filesystem::path& table) {
 bool isUnmountedMountPoint(const std::filesystem::path& path, const std::filesystem::path& fstab, const std::filesystem::path& mounts) {
   const auto wanted = mountPoints(fstab);
   if (wanted.empty()) return false;
+  // As it is written and with its links resolved: a link in the home folder may lead to the volume.
+  std::error_code error;
+  auto real = std::filesystem::weakly_canonical(path, error);
+  if (error) real.clear();
   std::set<std::string> mounted;
-  for (auto here = path.lexically_normal(); here.has_relative_path(); here = here.parent_path()) {
-    if (!wanted.contains(here.string())) continue;
-    if (mounted.empty()) mounted = mountPoints(mounts);
-    if (!mounted.empty() && !mounted.contains(here.string())) return true;
-  }
+  for (const auto& form : {path.lexically_normal(), real})
+    for (auto here = form; here.has_relative_path(); here = here.parent_path()) {
+      if (!wanted.contains(here.string())) continue;
+      if (mounted.empty()) mounted = mountPoints(mounts);
+      if (!mounted.empty() && !mounted.contains(here.string())) return true;
+    }
   return false;
 }
 
 bool isTopOfVolume(const std::filesystem::path& folder) {
   if (!folder.has_relative_path()) return true;
   struct stat self {}, parent {};
-  if (::stat(folder.c_str(), &self) != 0 || ::stat(folder.parent_path().c_str(), &parent) != 0) return false;
+  // The folder's own "..", not what stands before the last slash: that may be a link from elsewhere, or nothing.
+  if (::stat(folder.c_str(), &self) != 0 || ::stat((folder / "..").c_str(), &parent) != 0) return false;
   return self.st_dev != parent.st_dev;
 }
 

@@ -31,7 +31,7 @@ LogFileRead::Outcome<Result> read(const Request& request) {
         result.truncated = true;
         break;
       }
-      const auto step = std::min({static_cast<std::int64_t>(request.chunkBytes), at,
+      const auto step = std::min({static_cast<std::int64_t>(std::max<std::size_t>(request.chunkBytes, 1)), at,
                                   static_cast<std::int64_t>(request.maxBytes) - result.bytesRead});
       at -= step;
       result.bytesRead += step;

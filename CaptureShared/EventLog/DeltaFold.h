@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <utility>
@@ -49,15 +50,22 @@ class DeltaFold {
   template <class F>
   void take(std::vector<Row>&& rows, F&& transform) {
     if (committed_.empty()) committed_.reserve(rows.size());
+    const auto held = static_cast<std::ptrdiff_t>(committed_.size());
+    bool inOrder = true;
     for (auto& row : rows) {
       auto kept = transform(std::move(row));
       if (!kept) continue;
-      const bool late = !committed_.empty() && isOrderedBefore_(*kept, sorted().back());
-      if (late && order_.empty()) order_ = committed_;
-      // A late row belongs near the end, so few rows move. Behind its equals: the order stays stable.
-      if (!order_.empty()) order_.insert(late ? std::upper_bound(order_.begin(), order_.end(), *kept, isOrderedBefore_) : order_.end(), *kept);
+      inOrder = inOrder && (committed_.empty() || !isOrderedBefore_(*kept, committed_.back()));
       committed_.push_back(std::move(*kept));
     }
+    if (order_.empty() && inOrder) return;
+    // However many rows come late (a clock set back makes all that follow late), this stays one sort of what came and one merge.
+    if (order_.empty()) order_.assign(committed_.begin(), committed_.begin() + held);
+    order_.insert(order_.end(), committed_.begin() + held, committed_.end());
+    const auto came = order_.begin() + held;
+    if (!inOrder) std::stable_sort(came, order_.end(), isOrderedBefore_);
+    if (came != order_.begin() && came != order_.end() && isOrderedBefore_(*came, *(came - 1)))
+      std::inplace_merge(order_.begin(), came, order_.end(), isOrderedBefore_);
   }
 
   Compare isOrderedBefore_;

@@ -61,7 +61,7 @@ class IncrementalJSONLReader {
       if (watermark_->size == now.size && watermark_->mtimeNs == now.mtimeNs) return Appended<Row>{};
       if (now.size >= watermark_->size) {
         try {
-          return readAppended(now);
+          if (auto more = readAppended(now)) return std::move(*more);
         } catch (const std::system_error&) {
           // What the range read could not give, a whole read may; its own failure is the caller's.
         }
@@ -80,11 +80,17 @@ class IncrementalJSONLReader {
  private:
   static constexpr std::size_t chunkBytes = 1u << 20;
 
-  Appended<Row> readAppended(const FileIdentity& now) {
+  /// Absent when the range does not start behind a newline: the file was deleted and made anew under the inode it had, or was rewritten in place.
+  std::optional<Appended<Row>> readAppended(const FileIdentity& now) {
     ++appendedRangeReadCount_;
     Appended<Row> result;
     const auto from = watermark_->completeUpTo;
-    const auto consumed = from < now.size ? walk(FileHandle::openForRead(url_), from, now.size, result.rows) : 0;
+    std::int64_t consumed = 0;
+    if (from < now.size) {
+      const auto file = FileHandle::openForRead(url_);
+      if (from > 0 && file.readAt(static_cast<std::uint64_t>(from - 1), 1) != "\n") return std::nullopt;
+      consumed = walk(file, from, now.size, result.rows);
+    }
     watermark_ = Watermark{now.inode, now.size, now.mtimeNs, from + consumed};
     return result;
   }

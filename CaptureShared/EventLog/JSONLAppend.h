@@ -30,7 +30,8 @@ class JSONLAppendError : public std::runtime_error {
 namespace JSONLAppend {
 
 /// Appends one row (valid UTF-8, no newline in it). Makes the file 0600 and, when it is missing, its folder 0700, but never the data root. A file that
-/// a killed writer left without its last newline gets one in front of the row, in the same write. Throws `JSONLAppendError`.
+/// a killed writer left without its last newline gets one in front of the row, in the same write; a row that got behind such a stump all the same
+/// (the writer died while this one waited for its turn) is written again on a line of its own. Throws `JSONLAppendError`.
 void append(std::string_view row, const std::filesystem::path& file);
 /// The same for a value, printed on one line.
 void appendValue(const JSONValue& row, const std::filesystem::path& file);

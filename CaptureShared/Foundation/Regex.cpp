@@ -80,7 +80,10 @@ std::string Regex::replaceAll(std::string_view subject, std::string_view literal
     out += subject.substr(copied, whole.begin - copied);
     out += literal;
     copied = whole.end;
-    from = whole.size() ? whole.end : whole.end + 1;
+    from = whole.end;
+    if (whole.size() > 0) continue;
+    // Behind an empty match the search goes on at the next code point, never inside one.
+    for (++from; from < subject.size() && (static_cast<unsigned char>(subject[from]) & 0xC0) == 0x80;) ++from;
   }
   out += subject.substr(std::min(copied, subject.size()));
   return out;

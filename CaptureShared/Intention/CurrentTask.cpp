@@ -49,7 +49,9 @@ std::optional<std::string> read() {
     // The file outlives the data root it was written for: without the root it says nothing about now.
     const bool logIsJustEmpty = DataPaths::isDataRootAvailable() && !fileFailed;
     std::error_code error;
-    const bool logUnreadable = std::filesystem::exists(EventLog::path(), error) && ::access(EventLog::path().c_str(), R_OK) != 0;
+    const auto log = EventLog::path();
+    const bool logUnreadable =
+        std::filesystem::exists(log, error) && (!std::filesystem::is_regular_file(log, error) || ::access(log.c_str(), R_OK) != 0);
     return logIsJustEmpty && !logUnreadable ? file : std::nullopt;
   }
   if (file && *file != *projection) {

@@ -43,8 +43,9 @@ std::optional<std::string> bodyOf(std::string_view line, const Calendar& calenda
   const auto type = object->string("type");
   const auto tsMs = object->integer("ts_ms");
   const auto* detail = object->find("detail");
-  if (!type || !tsMs || !detail || !detail->objectValue()) return std::nullopt;
-  return taskFileBody(*type, *detail->objectValue(), *tsMs, calendar);
+  if (!type || !tsMs || !detail) return std::nullopt;
+  const auto* fields = detail->objectValue();
+  return taskFileBody(*type, fields ? std::optional(*fields) : std::nullopt, *tsMs, calendar);
 }
 
 struct Scan {
@@ -129,7 +130,9 @@ std::optional<std::string> read(const std::filesystem::path& file) {
     const auto calendar = Calendar::local();
     const auto handle = FileHandle::openForRead(file);
     Scan scan;
-    if (sameFile && now.size >= cache->identity.size && cache->completeUpTo >= 1)
+    // No newline in front of what came: the file was made anew under the inode it had.
+    const auto startsALine = [&] { return handle.readAt(static_cast<std::uint64_t>(cache->completeUpTo - 1), 1) == "\n"; };
+    if (sameFile && now.size >= cache->identity.size && cache->completeUpTo >= 1 && startsALine())
       scan = scanForward(handle, cache->completeUpTo, now.size, cache->body, calendar);
     else
       scan = scanBackward(handle, now.size, calendar);

@@ -32,8 +32,17 @@ std::int64_t msSince1970(std::chrono::system_clock::time_point date) {
 
 void perform(const Record& record, const Sinks& sinks, const Calendar& calendar) {
   sinks.appendEvent(record);
-  if (const auto body = EventLog::taskFileBody(record.type, record.detail, record.tsMs, calendar)) sinks.writeTaskFile(*body);
-  sinks.logSQLite(record);
+  // The declaration stands from here on: a copy that fails neither undoes it nor keeps the other copy from being made.
+  auto copy = [](const char* name, const std::function<void()>& make) {
+    try {
+      make();
+    } catch (const std::exception& error) {
+      std::fprintf(stderr, "warning: the %s was not written: %s\n", name, error.what());
+    }
+  };
+  if (const auto body = EventLog::taskFileBody(record.type, record.detail, record.tsMs, calendar))
+    copy("task file", [&] { sinks.writeTaskFile(*body); });
+  copy("declaration's copy in signals.sqlite", [&] { sinks.logSQLite(record); });
 }
 
 Sinks standardSinks(const std::string& processName) {
@@ -46,12 +55,8 @@ Sinks standardSinks(const std::string& processName) {
           .writeTaskFile =
               [](const std::string& body) {
                 const auto file = CurrentTask::path();
-                try {
-                  makePrivateFolder(file.parent_path());
-                  writeFileAtomically(file, body);
-                } catch (const std::system_error& error) {
-                  std::fprintf(stderr, "warning: the task file was not written: %s\n", error.what());
-                }
+                makePrivateFolder(file.parent_path());
+                writeFileAtomically(file, body);
               },
           .logSQLite =
               [](const Record& record) {

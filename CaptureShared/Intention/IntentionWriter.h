@@ -36,7 +36,7 @@ std::int64_t msSince1970(std::chrono::system_clock::time_point date);
 
 struct Sinks {
   std::function<void(const Record&)> appendEvent;          ///< may throw
-  std::function<void(const std::string&)> writeTaskFile;  ///< a copy: keeps its failures to itself
+  std::function<void(const std::string&)> writeTaskFile;  ///< a copy: its failure is told on standard error and undoes nothing
   std::function<void(const Record&)> logSQLite;            ///< likewise
 };
 /// The one way to apply a record: the event first (its failure is thrown, and nothing else happens), then the two copies.

@@ -2,8 +2,9 @@
 
 #include <cstdio>
 
+#include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include "CaptureShared/Foundation/Match.h"
 
@@ -25,6 +26,9 @@ bool SQLiteError::isFull() const { return code_ == SQLITE_FULL || code_ == SQLIT
 
 SQLiteDB::SQLiteDB(const std::filesystem::path& file, Role role) : db_(nullptr, sqlite3_close_v2) {
   const int flags = role == Role::reader ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+  // Only ever a new file: closing one that this process has open elsewhere would drop that connection's locks.
+  if (role != Role::reader)
+    if (const int made = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600); made >= 0) ::close(made);
   sqlite3* db = nullptr;
   const int code = sqlite3_open_v2(file.c_str(), &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   db_.reset(db);

@@ -134,7 +134,6 @@ bool SignalsReader::isPresent(const TickRow& row, double idleAwaySec) {
 }
 
 SignalsReader::PresenceGapResult SignalsReader::presenceGap(const PresenceGapQuery& query) const {
-  // One row more than the limit tells a run that fills it from one that ends with it.
   const auto rows = ticksBackward(query.beforeMs, query.beforeMs - query.withinMs, query.limit);
   std::optional<std::int64_t> runStartMs;
   for (const auto& row : rows) {

@@ -1,0 +1,46 @@
+"""Sets the benches' figures beside their budgets: bench_table.py FOLDER [JSON_FILE]. Exits 1 when a budget is missed."""
+import glob
+import json
+import os
+import sys
+
+figures = {}
+for path in glob.glob(os.path.join(sys.argv[1], "*.json")):
+    with open(path, encoding="utf-8") as stream:
+        for row in json.load(stream)["benchmarks"]:
+            scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1}[row["time_unit"]]
+            name = row["name"].split("/iterations:")[0].split("/process_time")[0]
+            figures[name.removesuffix("/real_time")] = {"real": row["real_time"] * scale, "cpu": row["cpu_time"] * scale}
+
+# What is measured, the figure, and the budget it is held against: "<=" or ">=" and the number.
+ROWS = [
+    ("poll of an unchanged log, 1,000,000 rows beside 10,000", ("pollUnchanged/1000000", "pollUnchanged/10000"), "<=", 1.5),
+    ("poll of one row more, 1,000,000 rows beside 10,000", ("pollOneRowMore/1000000", "pollOneRowMore/10000"), "<=", 1.5),
+    ("first read of events, speed beside simdjson's DOM", ("simdjsonEvents", "firstReadEvents"), ">=", 0.35),
+    ("first read of judgments, speed beside simdjson's DOM", ("simdjsonTicks", "firstReadTicks"), ">=", 0.8),
+    ("one appended row, beside open, write and close", ("appendedRow", "bareThreeCalls"), "<=", 1.3),
+    ("redaction of 8 KB without identifiers, beside the bare patterns", ("redaction/plain", "barePatterns/plain"), "<=", 1.5),
+    ("redaction of 8 KB with identifiers, beside the bare patterns", ("redaction/identifiers", "barePatterns/identifiers"), "<=", 1.5),
+    ("gate message over a full day, ms", ("gateMessage", None), "<=", 5),
+    ("a sampling turn, ms of CPU", ("wholeTurn", None), "<=", 1),
+    ("AmbitudeApp --dump on a year of logs, ms", ("dumpAsAProgram/10", None), "<=", 50),
+    ("the same, the declaration at the far end, ms", ("dumpAsAProgram/99999", None), "<=", 50),
+]
+
+missed = 0
+print(f"{'':66}{'figure':>10}{'budget':>10}")
+for title, (ours, beside), sense, budget in ROWS:
+    if ours not in figures or (beside and beside not in figures):
+        print(f"{title:66}{'-':>10}{sense + ' ' + format(budget, 'g'):>10}  not measured")
+        missed += 1
+        continue
+    real = ours.startswith("dump")
+    figure = figures[ours]["real" if real else "cpu"]
+    figure = figure / figures[beside]["cpu"] if beside else figure * 1e3
+    kept = figure <= budget if sense == "<=" else figure >= budget
+    missed += not kept
+    print(f"{title:66}{figure:>10.2f}{sense + ' ' + format(budget, 'g'):>10}  {'' if kept else 'MISSED'}")
+if len(sys.argv) > 2:
+    with open(sys.argv[2], "w", encoding="utf-8") as stream:
+        json.dump(figures, stream, indent=1, sort_keys=True)
+sys.exit(1 if missed else 0)
