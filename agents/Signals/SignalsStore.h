@@ -33,8 +33,8 @@ class SignalsStore {
   /// after the clock was set back. Throws `SQLiteError` and `std::system_error`; nothing of the sample is then in the file, and the next
   /// call begins anew.
   std::int64_t write(std::int64_t tsMs, const SignalsRow& row);
-  /// Samples from one look at the file through a reader's eyes to the next: half a minute.
-  static constexpr int samplesPerLook = 20;
+  /// Samples from one look at the file through a reader's eyes to the next: a quarter of a minute.
+  static constexpr int samplesPerLook = 10;
   /// Folds the write-ahead log back as far as readers allow, without waiting for them. Throws `SQLiteError`.
   void checkpoint();
 

@@ -8,10 +8,12 @@
 int main(int argc, char** argv) {
   halvo::AgentUmask::apply();
   CLI::App app("Plays a fixed scene on a private desktop with the real programs.");
-  std::string bin;
+  std::string bin, work;
   app.add_option("--bin", bin, "the folder of the programs")->required();
+  app.add_option("--work", work, "where to write; emptied first (standard: \"scene\" in the temporary folder)");
   CLI11_PARSE(app, argc, argv);
-  halvo::Scene scene(bin, halvo::UserFolders::systemTemp(halvo::processEnvironment()) / "scene");
+  if (work.empty()) work = halvo::UserFolders::systemTemp(halvo::processEnvironment()) / "scene";
+  halvo::Scene scene({.bin = bin, .work = work});
   const bool passed = scene.play();
   std::printf("data root: %s\n", scene.dataRoot().c_str());
   std::printf("the scene %s\n", passed ? "passed" : "FAILED");
