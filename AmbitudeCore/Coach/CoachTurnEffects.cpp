@@ -199,7 +199,10 @@ std::string spokenText(const ChatResponse& response, const ToolEffects& effects)
 
 std::vector<EventLogEvent> baseEvents(const ChatResponse& response, std::int64_t asOfMs, CorrectJudgmentGuard::Verdict guard,
                                       const Calendar& calendar) {
-  if (const auto rejected = rejection(response, asOfMs)) return {rejected->event};
+  if (const auto rejected = rejection(response, asOfMs)) {
+    if (response.truncated) return {TurnTruncatedEvent::make(rejected->reason, asOfMs), rejected->event};
+    return {rejected->event};
+  }
   const auto effects = toolEffects(response.toolCalls, asOfMs, guard, calendar);
   std::vector<EventLogEvent> events = effects.markers;
   for (const auto& effect : effects.taken) events.insert(events.end(), effect.events.begin(), effect.events.end());
@@ -223,3 +226,7 @@ std::vector<EventLogEvent> baseEvents(const ChatResponse& response, std::int64_t
 EventLogEvent userDismissedUIEvent(std::int64_t asOfMs) { return event("ui_closed", {{"dismissed_by", "user"}}, asOfMs); }
 
 }  // namespace halvo::CoachTurnEffects
+
+halvo::EventLogEvent halvo::TurnTruncatedEvent::make(const std::string& reason, std::int64_t asOfMs) {
+  return CoachTurnEffects::event("turn_truncated", {{"reason", reason}}, asOfMs);
+}

@@ -59,3 +59,8 @@ EventLogEvent userDismissedUIEvent(std::int64_t asOfMs);
 EventLogEvent event(const char* type, JSONObject detail, std::int64_t asOfMs);
 
 }  // namespace halvo::CoachTurnEffects
+
+/// The `turn_truncated` event: a reply was cut off, and where.
+namespace halvo::TurnTruncatedEvent {
+EventLogEvent make(const std::string& reason, std::int64_t asOfMs);
+}  // namespace halvo::TurnTruncatedEvent

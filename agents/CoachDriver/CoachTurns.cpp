@@ -140,6 +140,7 @@ bool CoachTurns::run(const Turn& turn, const std::stop_token& stop) {
   recordUsage(response, "coach", turn.asOfMs);
 
   if (const auto rejected = CoachTurnEffects::rejection(response, turn.asOfMs)) {
+    if (response.truncated) append({TurnTruncatedEvent::make(rejected->reason, turn.asOfMs)});
     const bool isWaitedFor = request.options.turn == ChatTurn::reply;
     const auto told = isWaitedFor && rejected->userReason ? rejected->userReason : CoachTurnFailureCopy::noReply(request.options.turn);
     // The failure's own row says the same as an empty completion's marker.

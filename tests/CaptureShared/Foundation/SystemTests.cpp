@@ -126,7 +126,7 @@ TEST(WriteFileAtomically, replacesPrivatelyOrNotAtAll) {
 
 TEST(WriteFileAtomically, aFullDiskLeavesTheOldFileAndNoScrap) {
   const test::SmallDisk disk;
-  if (!disk.isThere()) GTEST_SKIP() << "mounting a small disk takes root";
+  ASSERT_TRUE(disk.isThere()) << "mounting a small disk takes root";
   const auto file = disk.path() / "state.json";
   writeFileAtomically(file, "old");
   disk.fill(8192);
@@ -162,7 +162,7 @@ TEST(UserFolders, aTemporaryFolderIsOursAloneOrRefused) {
   fs::permissions(open, fs::perms::all);
   EXPECT_EQ(UserFolders::systemTemp({{"TMPDIR", mine.string()}}), mine);
   EXPECT_EQ(UserFolders::home({{"HOME", "not/absolute"}}).is_absolute(), true);
-  if (::geteuid() != 0) GTEST_SKIP() << "another account's folder takes root";
+  ASSERT_EQ(::geteuid(), 0u) << "another account's folder takes root";
 
   // As an account of its own, so that the folder of the one who runs this is left alone.
   constexpr uid_t stranger = 54'321;
