@@ -154,19 +154,16 @@ void SignalsStore::open(std::int64_t tsMs) {
 
 bool SignalsStore::isReadable() const {
   // This connection knows its pages by heart and would go on writing for ever into a file that nobody else can read any more. So the
-  // ends of each table, and what readers look through at every turn, are read from the disk by a stranger.
-  constexpr std::int64_t recentMs = 600'000;
+  // ends of each table and its last ten minutes are read from the disk by a stranger.
   try {
     const SQLiteDB reader(file_, SQLiteDB::Role::reader);
-    for (const auto* sql : {"SELECT * FROM ticks WHERE ts_ms > (SELECT max(ts_ms) FROM ticks) - ?", "SELECT * FROM windows WHERE ts_ms > "
-                            "(SELECT max(ts_ms) FROM ticks) - ?", "SELECT * FROM ticks WHERE ? > 0 ORDER BY rowid LIMIT 1",
-                            "SELECT * FROM windows WHERE ? > 0 ORDER BY rowid LIMIT 1", "SELECT * FROM events WHERE ? > 0 ORDER BY rowid LIMIT 1",
-                            "SELECT * FROM events WHERE ? > 0 ORDER BY rowid DESC LIMIT 1"}) {
-      auto statement = reader.prepare(sql);
-      statement.bind({recentMs});
-      while (statement.step()) {
+    for (const std::string table : {"ticks", "windows", "events"})
+      for (const auto* part : {" ORDER BY rowid LIMIT 1", " ORDER BY rowid DESC LIMIT 1",
+                               " WHERE ts_ms > (SELECT max(ts_ms) FROM ticks) - 600000"}) {
+        auto statement = reader.prepare("SELECT * FROM " + table + part);
+        while (statement.step()) {
+        }
       }
-    }
   } catch (const SQLiteError& error) {
     return !error.isCorrupt();
   }

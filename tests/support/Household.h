@@ -33,8 +33,8 @@ class Desktop {
 /// One person's programs with a data root, a home and logs of their own; what they did is read back from their files.
 class Household {
  public:
-  /// `bin` holds the programs. Makes `work` with "data", "home", "tmp" and "logs" in it, those of an earlier household being removed. Throws
-  /// `std::runtime_error`, and removes nothing, when anything else stands there.
+  /// `bin` holds the programs. Makes `work` with "data", "home", "tmp" and "logs" in it, those of an earlier household being removed.
+  /// Throws `std::runtime_error`, and removes nothing, when anything else stands there.
   Household(std::filesystem::path bin, std::filesystem::path work, const Desktop& desktop);
 
   std::filesystem::path work() const { return work_; }
@@ -44,7 +44,8 @@ class Household {
   /// What every program of this household is started with; a change is for those started later.
   Environment environment = {};
 
-  /// Starts the practice model, with further arguments; one that runs ends first, and its port is kept. Throws `std::runtime_error` when it does not listen.
+  /// Starts the practice model, with further arguments; one that runs ends first, and its port is kept. Throws `std::runtime_error` when
+  /// it does not listen.
   void startModel(std::vector<std::string> more = {});
   /// Starts an agent, ending the one that runs; its standard streams go to the end of its log.
   void start(const std::string& agent);

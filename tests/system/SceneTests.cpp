@@ -100,8 +100,9 @@ class ListeningModel {
                                          .nowMs = Clock::system().nowMs()});
     std::string body = answer.body;
     for (const auto& event : answer.events) body += event;
-    connection.send(fmt::format("HTTP/1.1 {} practice\r\nContent-Type: {}\r\nContent-Length: {}\r\nConnection: close\r\n\r\n{}", answer.status,
-                                answer.events.empty() ? "application/json" : "text/event-stream", body.size(), body));
+    const auto* type = answer.events.empty() ? "application/json" : "text/event-stream";
+    connection.send(fmt::format("HTTP/1.1 {} practice\r\nContent-Type: {}\r\nContent-Length: {}\r\nConnection: close\r\n\r\n{}",
+                                answer.status, type, body.size(), body));
   }
 
   PracticeDialect dialect_{{}, {}, Clock::system().nowMs()};
