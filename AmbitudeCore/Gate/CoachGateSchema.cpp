@@ -43,7 +43,7 @@ GateOutcome parse(std::string_view text) {
 std::vector<std::string_view> observedKeyOrder(std::string_view text) {
   std::vector<std::pair<std::size_t, std::string_view>> found;
   for (const auto key : declaredKeyOrder)
-    if (const auto at = text.find("\"" + std::string(key) + "\""); at != std::string_view::npos) found.emplace_back(at, key);
+    if (const auto at = text.find(JSONValue(key).dump()); at != std::string_view::npos) found.emplace_back(at, key);
   std::ranges::sort(found);
   std::vector<std::string_view> keys;
   for (const auto& [at, key] : found) keys.push_back(key);
