@@ -26,12 +26,13 @@ class Year {
     std::ofstream ticks(root_ / "checker-log.jsonl"), events(root_ / "io-layer/events.jsonl");
     for (int n = 0; n < 200'000; ++n)
       ticks << fmt::format(
-          "{{\"at\":\"2026-03-04T{:02}:{:02}:00.000-05:00\",\"frontmost_app\":\"firefox\",\"reason\":\"they are watching a documentary about row {} rather than "
+          "{{\"at\":\"2026-03-04T{:02}:{:02}:00.000-05:00\",\"frontmost_app\":\"firefox\",\"reason\":\"they are watching a documentary "
+          "about row {} rather than "
           "writing the essay\",\"state\":\"NOT_ALIGNED\"}}\n",
           n / 60 % 24, n % 60, n);
     for (int n = 0; n < 100'000; ++n)
-      events << fmt::format(R"({{"detail":{{"role":"user","text":"row {}"}},"kind":"event","source":"coach-core","ts_ms":{},"type":"{}"}})", n,
-                            1'700'000'000'000 + n, n == 99'999 - eventsBehindDeclaration ? "task_cleared" : "app_chat_message")
+      events << fmt::format(R"({{"detail":{{"role":"user","text":"row {}"}},"kind":"event","source":"coach-core","ts_ms":{},"type":"{}"}})",
+                            n, 1'700'000'000'000 + n, n == 99'999 - eventsBehindDeclaration ? "task_cleared" : "app_chat_message")
              << '\n';
     ::setenv("AMBITCAP_DATA_ROOT", root_.c_str(), 1);
   }

@@ -31,8 +31,9 @@ namespace EventLogReader {
 std::optional<EventLogEvent> decode(std::string_view line) {
   thread_local simdjson::dom::parser parser;
   simdjson::dom::object row;
-  if (parser.parse(line.data(), line.size()).get_object().get(row)) return std::nullopt;
-  EventLogEvent event;
+  std::optional<EventLogEvent> result;
+  if (parser.parse(line.data(), line.size()).get_object().get(row)) return result;
+  auto& event = result.emplace();
   bool hasTime = false, hasKind = false, hasType = false, hasSource = false;
   std::optional<simdjson::dom::element> detail;
   for (const auto [key, value] : row) {
@@ -48,9 +49,11 @@ std::optional<EventLogEvent> decode(std::string_view line) {
     else if (key == "detail")
       detail = value;
   }
-  if (!hasTime || !hasKind || !hasType || !hasSource || !detail) return std::nullopt;
-  event.detail = fromElement(*detail);
-  return event;
+  if (hasTime && hasKind && hasType && hasSource && detail)
+    event.detail = fromElement(*detail);
+  else
+    result.reset();
+  return result;
 }
 
 std::vector<EventLogEvent> parse(std::string_view text) { return decodeLines<EventLogEvent>(text, decode); }

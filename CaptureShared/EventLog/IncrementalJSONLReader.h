@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -78,9 +79,9 @@ class IncrementalJSONLReader {
   void invalidate() { watermark_.reset(); }
 
  private:
-  static constexpr std::size_t chunkBytes = 1u << 20;
+  static constexpr std::int64_t chunkBytes = 256 * 1024;
 
-  /// Absent when the range does not start behind a newline: the file was deleted and made anew under the inode it had, or was rewritten in place.
+  /// Absent when the range does not start behind a newline: the file was deleted and made anew under the inode it had, or rewritten in place.
   std::optional<Appended<Row>> readAppended(const FileIdentity& now) {
     ++appendedRangeReadCount_;
     Appended<Row> result;
@@ -108,14 +109,20 @@ class IncrementalJSONLReader {
   std::int64_t walk(const FileHandle& file, std::int64_t from, std::int64_t to, std::vector<Row>& rows) {
     LineSplitter lines;
     std::int64_t at = from;
+    // One piece of memory for the whole walk, and the rows' own sized by what the first piece held: fresh memory costs more than decoding.
+    const auto room = static_cast<std::size_t>(std::min(chunkBytes, to - from));
+    const auto buffer = std::make_unique_for_overwrite<char[]>(room);
     while (at < to) {
-      const auto bytes = file.readAt(static_cast<std::uint64_t>(at), std::min<std::size_t>(chunkBytes, static_cast<std::size_t>(to - at)));
-      if (bytes.empty()) break;  // truncated while we read: the next poll sees the smaller size
-      at += static_cast<std::int64_t>(bytes.size());
-      lines.feed(bytes, [&](std::string_view line) {
+      const auto wanted = std::min<std::size_t>(room, static_cast<std::size_t>(to - at));
+      const auto came = file.readInto({buffer.get(), wanted}, static_cast<std::uint64_t>(at));
+      if (came == 0) break;  // truncated while we read: the next poll sees the smaller size
+      at += static_cast<std::int64_t>(came);
+      lines.feed({buffer.get(), came}, [&](std::string_view line) {
         ++decodeCallCount_;
         if (auto row = decodeLine_(line)) rows.push_back(std::move(*row));
       });
+      const auto expected = rows.size() * static_cast<std::size_t>(to - from) / static_cast<std::size_t>(at - from);
+      if (expected > rows.capacity()) rows.reserve(expected + expected / 16);
     }
     return at - from - static_cast<std::int64_t>(lines.pendingBytes());
   }

@@ -50,9 +50,14 @@ FileHandle FileHandle::openForRead(const std::filesystem::path& file) {
 
 std::string FileHandle::readAt(std::uint64_t offset, std::size_t size) const {
   std::string bytes(size, '\0');
+  bytes.resize(readInto(bytes, offset));
+  return bytes;
+}
+
+std::size_t FileHandle::readInto(std::span<char> room, std::uint64_t offset) const {
   std::size_t filled = 0;
-  while (filled < size) {
-    const auto got = ::pread(fd_, bytes.data() + filled, size - filled, static_cast<off_t>(offset + filled));
+  while (filled < room.size()) {
+    const auto got = ::pread(fd_, room.data() + filled, room.size() - filled, static_cast<off_t>(offset + filled));
     if (got < 0) {
       if (errno == EINTR) continue;
       throw std::system_error(errno, std::generic_category(), "read");
@@ -60,8 +65,7 @@ std::string FileHandle::readAt(std::uint64_t offset, std::size_t size) const {
     if (got == 0) break;
     filled += static_cast<std::size_t>(got);
   }
-  bytes.resize(filled);
-  return bytes;
+  return filled;
 }
 
 FileIdentity FileIdentity::of(const std::filesystem::path& file) {

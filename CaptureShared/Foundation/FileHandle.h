@@ -28,6 +28,8 @@ class FileHandle {
 
   /// Up to `size` bytes from byte `offset`; fewer only at the end of the file. Throws `std::system_error`.
   std::string readAt(std::uint64_t offset, std::size_t size) const;
+  /// The same into memory of the caller's, for those who read piece after piece: the bytes that came.
+  std::size_t readInto(std::span<char> room, std::uint64_t offset) const;
 
  private:
   int fd_ = -1;

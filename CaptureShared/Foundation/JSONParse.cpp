@@ -12,7 +12,7 @@ JSONValue fromElement(simdjson::dom::element element) {
       const auto object = element.get_object().value_unsafe();
       std::vector<JSONObject::Member> members;
       members.reserve(object.size());
-      for (const auto [key, value] : object) members.emplace_back(std::string(key), fromElement(value));
+      for (const auto [key, value] : object) members.emplace_back(key, fromElement(value));
       return JSONObject::make(std::move(members));
     }
     case simdjson::dom::element_type::ARRAY: {

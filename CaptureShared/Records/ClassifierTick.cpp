@@ -31,8 +31,9 @@ std::string ClassifierTick::encode() const {
 std::optional<ClassifierTick> ClassifierTick::decode(std::string_view line) {
   thread_local simdjson::dom::parser parser;
   simdjson::dom::object row;
-  if (parser.parse(line.data(), line.size()).get_object().get(row)) return std::nullopt;
-  ClassifierTick tick;
+  std::optional<ClassifierTick> result;
+  if (parser.parse(line.data(), line.size()).get_object().get(row)) return result;
+  auto& tick = result.emplace();  // in its final place: a row of a dozen texts is not moved for nothing
   bool hasAt = false;
   for (const auto field : row) {
     const std::string_view key = field.key;
@@ -69,7 +70,8 @@ std::optional<ClassifierTick> ClassifierTick::decode(std::string_view line) {
       if (!value.get_int64().get(number)) tick.screenshotAtMs = number;
     }
   }
-  return hasAt ? std::optional(std::move(tick)) : std::nullopt;
+  if (!hasAt) result.reset();
+  return result;
 }
 
 }  // namespace halvo

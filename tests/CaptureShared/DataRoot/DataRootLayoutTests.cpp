@@ -15,17 +15,34 @@ namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
 TEST(DataRootLayout, covers) {
-  const struct {
-    const char* path;
-    bool covered;
+  const struct { const char* path; bool covered;
   } cases[] = {
-      {"signals.sqlite", true},           {"signals.sqlite-journal", true},   {"signals.sqlite-old", false},  {"labels.sqlite-wal", true},
-      {"signals.sqlite/x", false},        {"video", true},                    {"video/display-0", true},      {"video/display-0/x.mkv", true},
-      {"video/display-", false},          {"video/display-0/a/b/c", true},    {"video/other", false},         {"io-layer/events.jsonl", true},
-      {"io-layer/other.txt", false},      {"coach-fixtures/turn-.json", false}, {"coach-fixtures/turn-1.json", true},
-      {"coach-fixtures/turn-1.jsonl", false}, {"memory/period-digests/2026/a", true}, {"memory/.dream.lock", true}, {"memory/x", false},
-      {"signals-stale-note.json", true},  {"", false},                        {"video//display-0", false},    {"/video", false},
-      {"config.json", false},             {"video/display-0/../../diary.txt", false}, {"model-request-dumps/..", false},
+      {"signals.sqlite", true},
+      {"signals.sqlite-journal", true},
+      {"signals.sqlite-old", false},
+      {"labels.sqlite-wal", true},
+      {"signals.sqlite/x", false},
+      {"video", true},
+      {"video/display-0", true},
+      {"video/display-0/x.mkv", true},
+      {"video/display-", false},
+      {"video/display-0/a/b/c", true},
+      {"video/other", false},
+      {"io-layer/events.jsonl", true},
+      {"io-layer/other.txt", false},
+      {"coach-fixtures/turn-.json", false},
+      {"coach-fixtures/turn-1.json", true},
+      {"coach-fixtures/turn-1.jsonl", false},
+      {"memory/period-digests/2026/a", true},
+      {"memory/.dream.lock", true},
+      {"memory/x", false},
+      {"signals-stale-note.json", true},
+      {"", false},
+      {"video//display-0", false},
+      {"/video", false},
+      {"config.json", false},
+      {"video/display-0/../../diary.txt", false},
+      {"model-request-dumps/..", false},
       {"Video", false},
   };
   for (const auto& c : cases) EXPECT_EQ(DataRootLayout::covers(c.path), c.covered) << c.path;
@@ -34,7 +51,8 @@ TEST(DataRootLayout, covers) {
 TEST(DataRootLayout, surveyAndRemovalOfOneRoot) {
   const test::TemporaryFolder folder;
   const auto root = folder.path() / "root";
-  for (const char* file : {"signals.sqlite", "video/display-0/a.mkv", "video/mine.mov", "io-layer/events.jsonl", "memory/period-digests/d.json", "notes.txt"})
+  for (const char* file :
+       {"signals.sqlite", "video/display-0/a.mkv", "video/mine.mov", "io-layer/events.jsonl", "memory/period-digests/d.json", "notes.txt"})
     folder.write(fs::path("root") / file, "x");
   fs::create_directories(root / "checker-log.jsonl");  // a folder that bears a file's name
 
@@ -80,8 +98,22 @@ std::map<std::string, std::string> contents(const fs::path& folder) {
 }
 
 TEST(DataRootLayout, removalNeverTouchesWhatIsForeign) {
-  const Names names{"video",  "display-1",     "display-",    "io-layer",  "events.jsonl", "memory",    "period-digests", "coach-fixtures", "turn-1.json",
-                    "turn-x", "signals.sqlite", "diary.txt",   "mine",      ".dream.lock",  "model-request-dumps", ".metadata_never_index"};
+  const Names names{"video",
+                    "display-1",
+                    "display-",
+                    "io-layer",
+                    "events.jsonl",
+                    "memory",
+                    "period-digests",
+                    "coach-fixtures",
+                    "turn-1.json",
+                    "turn-x",
+                    "signals.sqlite",
+                    "diary.txt",
+                    "mine",
+                    ".dream.lock",
+                    "model-request-dumps",
+                    ".metadata_never_index"};
   std::mt19937 random(3);
   for (int round = 0; round < 150; ++round) {
     const test::TemporaryFolder folder;

@@ -37,7 +37,8 @@ class FollowedFile {
  private:
   static std::string shown(const IncrementalReadResult<std::int64_t>& result) {
     auto text = match(
-        result, [](const Reset<std::int64_t>&) { return std::string("reset"); }, [](const Appended<std::int64_t>&) { return std::string("appended"); });
+        result, [](const Reset<std::int64_t>&) { return std::string("reset"); },
+        [](const Appended<std::int64_t>&) { return std::string("appended"); });
     for (const auto number : match(
              result, [](const Reset<std::int64_t>& all) { return all.rows; }, [](const Appended<std::int64_t>& more) { return more.rows; }))
       text += fmt::format(" {}", number);
@@ -120,7 +121,9 @@ TEST(IncrementalJSONLReader, anyCutOfTheBytesIntoAppendsGivesTheSameRows) {
     Numbers whole;
     for (int n = 0; n < 40; ++n) {
       const auto kind = random() % 8;
-      const auto line = kind == 0 ? "" : kind == 1 ? "{\"stump" : fmt::format(R"({{"n":{},"text":"é{}"}})", n, std::string(random() % 60, 'x'));
+      const auto line = kind == 0   ? ""
+                        : kind == 1 ? "{\"stump"
+                                    : fmt::format(R"({{"n":{},"text":"é{}"}})", n, std::string(random() % 60, 'x'));
       text += line + "\n";
       if (kind > 1) whole.push_back(n);
     }
@@ -142,7 +145,8 @@ TEST(IncrementalJSONLReader, anyCutOfTheBytesIntoAppendsGivesTheSameRows) {
 TEST(IncrementalJSONLReader, readsAcrossItsOwnPieces) {
   FollowedFile log;
   std::string text;
-  for (int n = 0; n < 30; ++n) text += fmt::format("{{\"n\":{},\"pad\":\"{}\"}}\n", n, std::string(100'000 + static_cast<std::size_t>(n), 'p'));
+  for (int n = 0; n < 30; ++n)
+    text += fmt::format("{{\"n\":{},\"pad\":\"{}\"}}\n", n, std::string(100'000 + static_cast<std::size_t>(n), 'p'));
   log.put(text);
   std::string all = "reset";
   for (int n = 0; n < 30; ++n) all += fmt::format(" {}", n);
@@ -151,22 +155,16 @@ TEST(IncrementalJSONLReader, readsAcrossItsOwnPieces) {
 
 TEST(EventLogReader, takesOnlyRowsWithAllFiveKeys) {
   const std::string good = R"({"ts_ms":5,"kind":"event","type":"t","detail":{"a":1},"source":"s","more":[1]})";
-  EXPECT_EQ(EventLogReader::decode(good), (EventLogEvent{.tsMs = 5, .kind = "event", .type = "t", .detail = JSONObject{{"a", 1}}, .source = "s"}));
-  for (const char* bad : {R"({"kind":"event","type":"t","detail":{},"source":"s"})", R"({"ts_ms":"5","kind":"event","type":"t","detail":{},"source":"s"})",
-                          R"({"ts_ms":5,"kind":"event","type":"t","source":"s"})", R"({"ts_ms":5,"kind":"event","type":null,"detail":{},"source":"s"})",
-                          R"({"ts_ms":true,"kind":"event","type":"t","detail":{},"source":"s"})", "[]", "{"})
+  EXPECT_EQ(EventLogReader::decode(good),
+            (EventLogEvent{.tsMs = 5, .kind = "event", .type = "t", .detail = JSONObject{{"a", 1}}, .source = "s"}));
+  for (const char* bad :
+       {R"({"kind":"event","type":"t","detail":{},"source":"s"})", R"({"ts_ms":"5","kind":"event","type":"t","detail":{},"source":"s"})",
+        R"({"ts_ms":5,"kind":"event","type":"t","source":"s"})", R"({"ts_ms":5,"kind":"event","type":null,"detail":{},"source":"s"})",
+        R"({"ts_ms":true,"kind":"event","type":"t","detail":{},"source":"s"})", "[]", "{"})
     EXPECT_FALSE(EventLogReader::decode(bad)) << bad;
   // A last line without its newline is read as well, when it is whole.
   EXPECT_EQ(EventLogReader::parse(good + "\n\nbroken\n" + good + "\r\n" + good).size(), 3u);
   EXPECT_EQ(EventLogReader::parse(good + "\n" + good.substr(0, 30)).size(), 1u);
-}
-
-TEST(ClassifierLogReader, sortsByTheTextOfTheTimeAndKeepsEqualOnesInOrder) {
-  const auto ticks = ClassifierLogReader::parse(
-      "{\"at\":\"2\",\"state\":\"a\"}\n{\"at\":\"1\",\"state\":\"b\"}\n{\"at\":\"2\",\"state\":\"c\"}\n{\"state\":\"d\"}\n{\"at\":\"1\",\"state\":\"e\"}");
-  std::string order;
-  for (const auto& tick : ticks) order += *tick.state;
-  EXPECT_EQ(order, "beac");
 }
 
 TEST(EventLogCursor, neverPassesThePresentLessTheMargin) {

@@ -27,7 +27,7 @@ class DriverLog : public ::testing::Test {
  protected:
   void events(const std::string& text) const { folder_.write("events", text); }
   void addEvents(const std::string& text) const { std::ofstream(folder_.path() / "events", std::ios::app) << text; }
-  /// What a refresh answers: the events' types and the ticks' states in order, or which file could not be read. Its log lines go to `lines_`.
+  /// What a refresh answers: the events' types and the ticks' states in order, or which file could not be read. Its lines go to `lines_`.
   std::string refresh() {
     lines_.clear();
     return match(
@@ -53,7 +53,8 @@ TEST_F(DriverLog, saysWhatBecameOfEachFile) {
   events(eventLine(1, "a") + "broken\n{}\n" + eventLine(3, "c"));
   folder_.write("ticks", "{\"at\":\"2026-03-04T09:15:00.000-05:00\",\"state\":\"x\"}\n");
   EXPECT_EQ(refresh(), "ac/x");
-  EXPECT_EQ(lines_, Lines{"events: skipped 2 complete line(s) that did not decode (same as the full reader; counted here so it is not silent)"});
+  EXPECT_EQ(lines_,
+            Lines{"events: skipped 2 complete line(s) that did not decode (same as the full reader; counted here so it is not silent)"});
   EXPECT_EQ(refresh(), "ac/x");
   EXPECT_EQ(lines_, Lines{});
   addEvents(eventLine(2, "b") + eventLine(3, "d"));
@@ -80,14 +81,11 @@ TEST_F(DriverLog, saysWhatBecameOfEachFile) {
   events(eventLine(8, "o") + eventLine(9, "p"));
   EXPECT_EQ(refresh(), "op/x");
   EXPECT_EQ(lines_, Lines{"events: re-read in full (after a failed read): 1 records before, 2 now"});
-
-  fs::remove(folder_.path() / "ticks");
-  fs::create_directory(folder_.path() / "ticks");
-  EXPECT_EQ(refresh(), "ticks unreadable");
 }
 
 TEST_F(DriverLog, ordersTicksByTheInstantThroughTheHourThatComesTwice) {
-  folder_.write("ticks", "{\"at\":\"2026-11-01T01:59:00.000-04:00\",\"state\":\"1\"}\n{\"at\":\"2026-11-01T01:01:00.000-05:00\",\"state\":\"2\"}\n");
+  folder_.write("ticks",
+                "{\"at\":\"2026-11-01T01:59:00.000-04:00\",\"state\":\"1\"}\n{\"at\":\"2026-11-01T01:01:00.000-05:00\",\"state\":\"2\"}\n");
   EXPECT_EQ(refresh(), "/12");
 }
 
@@ -100,7 +98,8 @@ TEST(DeltaFold, sortsStablyHoweverTheRowsCome) {
     int serial = 0;
     for (int batch = 0; batch < 6; ++batch) {
       std::vector<Pair> rows;
-      for (auto size = random() % 6; size > 0; --size) rows.emplace_back(static_cast<int>(random() % 5) + (round % 2 ? batch * 2 : 0), serial++);
+      for (auto size = random() % 6; size > 0; --size)
+        rows.emplace_back(static_cast<int>(random() % 5) + (round % 2 ? batch * 2 : 0), serial++);
       if (random() % 7 == 0) {
         all = rows;
         fold.apply(Reset<Pair>{rows});
@@ -124,10 +123,6 @@ TEST(RetainedCoachEvents, keepsARoleOfAMessageAndOnlyWhatTheChatNeeds) {
   EXPECT_EQ(kept("onboarding_v3_anything")->detail, JSONValue(detail));
   EXPECT_TRUE(kept("task_declared") && kept("coach_battery_pause_notice_dismissed") && kept("meds_ask_offered"));
   EXPECT_FALSE(kept("ui_opened") || kept("coach_decision") || kept("task_cleared") || kept("onboarding_v3"));
-  RetainedCoachEvents events;
-  events.apply(Reset<EventLogEvent>{{{.tsMs = 5, .type = "coach_checkin"}, {.tsMs = 3, .type = "ui_opened"}, {.tsMs = 4, .type = "task_declared"}}});
-  ASSERT_EQ(events.events().size(), 2u);
-  EXPECT_EQ(events.events().front().tsMs, 4);
 }
 
 const ClassifierLogTail::Result& valueOf(const LogFileRead::Outcome<ClassifierLogTail::Result>& outcome) {

@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/LogFileRead.h"
 #include "CaptureShared/Foundation/Spawn.h"
@@ -70,7 +69,8 @@ TEST(Spawn, aDeadlineOrAStopKillsTheWholeFamily) {
         stop.request_stop();
       });
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(Spawn::capture("/bin/sh", {"-c", "sleep 300 & echo $! > " + note.string() + "; wait"}, "", byStop ? 60 : 1, stop.get_token()));
+    EXPECT_FALSE(
+        Spawn::capture("/bin/sh", {"-c", "sleep 300 & echo $! > " + note.string() + "; wait"}, "", byStop ? 60 : 1, stop.get_token()));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
     const auto grandchild = static_cast<pid_t>(std::stol(readFile(note)));
     EXPECT_TRUE(eventually([&] { return hasEnded(grandchild); }));
@@ -97,15 +97,6 @@ TEST(TerminationSignals, turnASignalIntoAStop) {
     ::close(ready[0]);
     ::close(ready[1]);
   }
-}
-
-TEST(Clock, aStopEndsAWait) {
-  std::stop_source stop;
-  std::jthread stopper([&] { stop.request_stop(); });
-  const auto start = std::chrono::steady_clock::now();
-  Clock::system().wait(60, stop.get_token());
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-  EXPECT_THROW(throwIfStopped(stop.get_token()), Cancelled);
 }
 
 TEST(WriteFileAtomically, replacesPrivatelyOrNotAtAll) {
@@ -141,18 +132,6 @@ TEST(WriteFileAtomically, aFullDiskLeavesTheOldFileAndNoScrap) {
   EXPECT_EQ(entriesIn(disk.path()), 2u);
 }
 
-TEST(ReadFile, tellsAbsentFromUnreadable) {
-  const TemporaryFolder folder;
-  folder.write("a", "text");
-  auto outcome = [](const fs::path& file) { return LogFileRead::attempt([&] { return readFile(file); }); };
-  const auto read = outcome(folder.path() / "a");
-  ASSERT_TRUE(std::holds_alternative<LogFileRead::Value<std::string>>(read));
-  EXPECT_EQ(std::get<LogFileRead::Value<std::string>>(read).value, "text");
-  EXPECT_TRUE(std::holds_alternative<LogFileRead::Absent>(outcome(folder.path() / "b")));
-  EXPECT_TRUE(std::holds_alternative<LogFileRead::Unreadable>(outcome(folder.path())));
-  EXPECT_NE(readFile("/proc/self/status").find("Pid:"), std::string::npos);  // a file that reports no size
-}
-
 TEST(UserFolders, aTemporaryFolderIsOursAloneOrRefused) {
   const TemporaryFolder folder;
   const auto mine = folder.path() / "mine", open = folder.path() / "open";
@@ -167,15 +146,10 @@ TEST(UserFolders, aTemporaryFolderIsOursAloneOrRefused) {
   // As an account of its own, so that the folder of the one who runs this is left alone.
   constexpr uid_t stranger = 54'321;
   const fs::path standard = "/tmp/ambitude-" + std::to_string(stranger);
-  const struct {
-    const char* name;
-    std::function<void()> plant;
-    bool accepted;
-  } cases[] = {
+  const struct { const char* name; std::function<void()> plant; bool accepted; } cases[] = {
       {"nothing there: made", [] {}, true},
       {"a link to a private folder", [&] { fs::create_directory_symlink(mine, standard); }, false},
       {"another account's folder", [&] { fs::create_directory(standard); }, false},
-      {"a file", [&] { std::ofstream(standard) << "x"; }, false},
       {"open to others",
        [&] {
          fs::create_directory(standard);

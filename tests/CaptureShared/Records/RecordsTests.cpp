@@ -3,11 +3,8 @@
 #include <limits>
 
 #include "CaptureShared/Foundation/JSONValue.h"
-#include "CaptureShared/Records/ClassifierFrameInstant.h"
 #include "CaptureShared/Records/ClassifierTick.h"
 #include "CaptureShared/Records/CoachCorrection.h"
-#include "CaptureShared/Records/DateParseMemo.h"
-#include "CaptureShared/Records/GateDecisionRecord.h"
 #include "CaptureShared/Records/TaskMinutes.h"
 
 namespace halvo {
@@ -36,25 +33,12 @@ TEST(ClassifierTick, comesBackFromItsLine) {
 }
 
 TEST(ClassifierTick, aFieldOfTheWrongTypeIsAbsentAndARowWithoutATimeIsNone) {
-  EXPECT_EQ(ClassifierTick::decode(R"({"at":"t","state":1,"confidence":"high","screenshot_at_ms":true,"reason":null,"new_key":{"at":"inner"}})"),
-            ClassifierTick{.at = "t"});
+  EXPECT_EQ(
+      ClassifierTick::decode(R"({"at":"t","state":1,"confidence":"high","screenshot_at_ms":true,"reason":null,"new_key":{"at":"inner"}})"),
+      ClassifierTick{.at = "t"});
   EXPECT_EQ(ClassifierTick::decode(R"({"at":"t","confidence":1})")->confidence, 1.0);
-  for (const char* line : {"", "[]", R"({"at":5})", R"({"state":"IDLE"})", R"({"at":"t")", "\xff"}) EXPECT_FALSE(ClassifierTick::decode(line)) << line;
-}
-
-TEST(GateDecisionRecord, comesBackFromItsLineAndNeedsItsTimeAndVerdict) {
-  const GateDecisionRecord record{.atMs = 1'700'000'000'123,
-                                  .decision = "check_in",
-                                  .summaryForCoach = "s",
-                                  .frontmostApp = "Firefox",
-                                  .stateDurationMs = 60'000,
-                                  .commitmentNotes = "essay",
-                                  .commitmentHorizonMinutes = 30,
-                                  .commitmentOverdueMs = -1};
-  EXPECT_EQ(GateDecisionRecord::decode(record.encode()), record);
-  EXPECT_TRUE(record.encode().starts_with(R"({"v":1,"at_ms":1700000000123,"decision":"check_in","summary_for_coach":"s")"));
-  for (const char* line : {R"({"v":1,"decision":"failed"})", R"({"at_ms":1})", R"({"at_ms":true,"decision":"failed"})", "1"})
-    EXPECT_FALSE(GateDecisionRecord::decode(line)) << line;
+  for (const char* line : {"", "[]", R"({"at":5})", R"({"state":"IDLE"})", R"({"at":"t")", "\xff"})
+    EXPECT_FALSE(ClassifierTick::decode(line)) << line;
 }
 
 TEST(CoachCorrection, lastsUntilItsExpiry) {
@@ -64,38 +48,31 @@ TEST(CoachCorrection, lastsUntilItsExpiry) {
   EXPECT_EQ(CoachCorrection::expiry(CoachCorrection::Lasts::restOfToday, night, newYork), night + 60'000);
   EXPECT_EQ(CoachCorrection::expiry(CoachCorrection::Lasts::nextFewHours, 1000, newYork), 10'801'000);
   EXPECT_EQ(CoachCorrection::expiry(CoachCorrection::Lasts::untilChanged, 1000, newYork), std::nullopt);
-  const CoachCorrection timed{.scope = CoachCorrection::Scope::whatToSay, .expiresAtMs = 10};
-  EXPECT_TRUE(timed.isInForce(9));
-  EXPECT_FALSE(timed.isInForce(10));
-  EXPECT_FALSE(timed.appliesTo(CoachCorrection::Scope::whetherToSpeak));
-  EXPECT_TRUE(CoachCorrection{}.appliesTo(CoachCorrection::Scope::whetherToSpeak));
+  EXPECT_TRUE(CoachCorrection{.expiresAtMs = 10}.isInForce(9));
+  EXPECT_FALSE(CoachCorrection{.expiresAtMs = 10}.isInForce(10));
 }
 
 TEST(TaskMinutes, takesWholeMinutesOfUpToAWeek) {
   const struct {
     JSONValue value;
     std::optional<int> minutes;
-  } cases[] = {{1, 1},         {0.99, {}},   {45.9, 45},     {10'080, 10'080}, {10'081, {}}, {-5, {}},        {true, {}},
-               {" 30 ", 30},   {"+30", {}},  {"30.5", {}},   {"30 min", {}},   {"", {}},     {nullptr, {}},   {"99999999999999999999", {}},
+  } cases[] = {{1, 1},
+               {0.99, {}},
+               {45.9, 45},
+               {10'080, 10'080},
+               {10'081, {}},
+               {-5, {}},
+               {true, {}},
+               {" 30 ", 30},
+               {"+30", {}},
+               {"30.5", {}},
+               {"30 min", {}},
+               {"", {}},
+               {nullptr, {}},
+               {"99999999999999999999", {}},
                {std::numeric_limits<double>::infinity(), {}}};
   for (const auto& c : cases) EXPECT_EQ(cleanTaskMinutes(&c.value), c.minutes);
   EXPECT_EQ(cleanTaskMinutes(nullptr), std::nullopt);
-}
-
-TEST(DateParseMemo, remembersAlsoWhatIsNoTime) {
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(DateParseMemo::milliseconds("1970-01-01T00:00:01Z"), 1000);
-    EXPECT_EQ(DateParseMemo::milliseconds("soon"), std::nullopt);
-  }
-}
-
-TEST(ClassifierFrameInstant, saysWhichMomentTheFrameShows) {
-  EXPECT_EQ(ClassifierFrameInstant::resolve(1000, 9000).disclosure(8600), "Frame from when the classifier took its screenshot (verdict logged 8s later).");
-  for (const std::int64_t logged : {1499, 1000, 900})
-    EXPECT_EQ(ClassifierFrameInstant::resolve(1000, 9000).disclosure(logged), "Frame from when the classifier took its screenshot.") << logged;
-  const auto fallback = ClassifierFrameInstant::resolve({}, 9000);
-  EXPECT_EQ(fallback.ms, 9000);
-  EXPECT_TRUE(fallback.disclosure(9000).starts_with("No screenshot time recorded for this tick"));
 }
 
 }  // namespace
