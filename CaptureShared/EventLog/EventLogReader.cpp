@@ -74,8 +74,29 @@ std::vector<ClassifierTick> read(const std::filesystem::path& file) { return par
 
 namespace JSONLReaders {
 
-IncrementalJSONLReader<EventLogEvent> events(const std::filesystem::path& file) { return {file, EventLogReader::decode, 200}; }
-IncrementalJSONLReader<ClassifierTick> classifierTicks(const std::filesystem::path& file) { return {file, ClassifierTick::decode, 500}; }
+namespace {
+
+template <class Row>
+IncrementalJSONLReader<Row> make(const std::filesystem::path& file, std::optional<Row> (*decode)(std::string_view), RowFilter<Row> filter,
+                                 int approximateBytesPerLine) {
+  if (!filter) return {file, decode, approximateBytesPerLine};
+  return {file,
+          [decode, filter = std::move(filter)](std::string_view line) {
+            auto row = decode(line);
+            if (row && !filter(*row)) row.reset();
+            return row;
+          },
+          approximateBytesPerLine};
+}
+
+}  // namespace
+
+IncrementalJSONLReader<EventLogEvent> events(const std::filesystem::path& file, RowFilter<EventLogEvent> filter) {
+  return make(file, EventLogReader::decode, std::move(filter), 200);
+}
+IncrementalJSONLReader<ClassifierTick> classifierTicks(const std::filesystem::path& file, RowFilter<ClassifierTick> filter) {
+  return make(file, ClassifierTick::decode, std::move(filter), 500);
+}
 
 }  // namespace JSONLReaders
 

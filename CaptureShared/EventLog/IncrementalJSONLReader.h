@@ -134,10 +134,14 @@ class IncrementalJSONLReader {
   std::int64_t decodeCallCount_ = 0, appendedRangeReadCount_ = 0;
 };
 
+/// Whether a decoded row is handed on, and in what form. Empty: every row.
+template <class Row>
+using RowFilter = std::function<bool(Row&)>;
+
 /// The event log and the judgment log, followed.
 namespace JSONLReaders {
-IncrementalJSONLReader<EventLogEvent> events(const std::filesystem::path& file);
-IncrementalJSONLReader<ClassifierTick> classifierTicks(const std::filesystem::path& file);
+IncrementalJSONLReader<EventLogEvent> events(const std::filesystem::path& file, RowFilter<EventLogEvent> filter = {});
+IncrementalJSONLReader<ClassifierTick> classifierTicks(const std::filesystem::path& file, RowFilter<ClassifierTick> filter = {});
 }  // namespace JSONLReaders
 
 }  // namespace halvo

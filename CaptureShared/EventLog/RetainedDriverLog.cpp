@@ -19,7 +19,7 @@ bool tickIsBefore(const ClassifierTick& a, const ClassifierTick& b) {
 /// Reads one feed; the error's text when it can't be read.
 template <class Row>
 std::optional<std::string> refreshFeed(RetainedDriverLog::Feed<Row>& feed, const LogSink& log) {
-  const auto decodedBefore = feed.reader.decodeCallCount();
+  const auto decodedBefore = feed.reader.decodeCallCount() - *feed.leftOut;
   const auto recordsBefore = feed.fold.committed().size();
   IncrementalReadResult<Row> result;
   try {
@@ -39,7 +39,7 @@ std::optional<std::string> refreshFeed(RetainedDriverLog::Feed<Row>& feed, const
   const auto rows = match(
       result, [](const Reset<Row>& all) { return all.rows.size(); }, [](const Appended<Row>& more) { return more.rows.size(); });
   feed.fold.apply(std::move(result));
-  const auto skipped = feed.reader.decodeCallCount() - decodedBefore - static_cast<std::int64_t>(rows);
+  const auto skipped = feed.reader.decodeCallCount() - *feed.leftOut - decodedBefore - static_cast<std::int64_t>(rows);
   if (skipped > 0) {
     feed.skippedLines += skipped;
     log(fmt::format("{}: skipped {} complete line(s) that did not decode (same as the full reader; counted here so it is not silent)", feed.name,
@@ -54,12 +54,28 @@ std::optional<std::string> refreshFeed(RetainedDriverLog::Feed<Row>& feed, const
   return std::nullopt;
 }
 
+/// A feed whose decoder leaves out what `keep` has no use for, before it costs memory.
+template <class Row>
+RetainedDriverLog::Feed<Row> makeFeed(const char* name, IncrementalJSONLReader<Row> (*open)(const std::filesystem::path&, RowFilter<Row>),
+                                      const std::filesystem::path& file, const std::function<bool(Row&)>& keep,
+                                      typename DeltaFold<Row>::Compare isBefore) {
+  const auto leftOut = std::make_shared<std::int64_t>(0);
+  RowFilter<Row> filter;
+  if (keep)
+    filter = [keep, leftOut](Row& row) {
+      const bool isKept = keep(row);
+      *leftOut += !isKept;
+      return isKept;
+    };
+  return {.name = name, .reader = open(file, std::move(filter)), .fold = DeltaFold<Row>(std::move(isBefore)), .leftOut = leftOut};
+}
+
 }  // namespace
 
-RetainedDriverLog::RetainedDriverLog(std::filesystem::path eventsURL, std::filesystem::path ticksURL, LogSink log)
-    : events_{"events", JSONLReaders::events(eventsURL),
-              DeltaFold<EventLogEvent>([](const EventLogEvent& a, const EventLogEvent& b) { return a.tsMs < b.tsMs; })},
-      ticks_{"ticks", JSONLReaders::classifierTicks(ticksURL), DeltaFold<ClassifierTick>(tickIsBefore)},
+RetainedDriverLog::RetainedDriverLog(const std::filesystem::path& eventsURL, const std::filesystem::path& ticksURL, LogSink log, const Keep& keep)
+    : events_(makeFeed<EventLogEvent>("events", JSONLReaders::events, eventsURL, keep.event,
+                                      [](const EventLogEvent& a, const EventLogEvent& b) { return a.tsMs < b.tsMs; })),
+      ticks_(makeFeed<ClassifierTick>("ticks", JSONLReaders::classifierTicks, ticksURL, keep.tick, tickIsBefore)),
       log_(log ? std::move(log) : [](const std::string&) {}) {}
 
 RetainedDriverLog::Outcome RetainedDriverLog::refresh() {

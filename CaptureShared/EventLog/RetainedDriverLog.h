@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <string>
 #include <variant>
 #include <vector>
@@ -22,6 +24,7 @@ class RetainedDriverLog {
     std::string name;
     IncrementalJSONLReader<Row> reader;
     DeltaFold<Row> fold;
+    std::shared_ptr<std::int64_t> leftOut = std::make_shared<std::int64_t>(0);  ///< rows that `Keep` had no use for
     std::int64_t skippedLines = 0;  ///< complete lines that did not decode
     bool hasRead = false;
     bool invalidatedByFailure = false;
@@ -42,7 +45,13 @@ class RetainedDriverLog {
   };
   using Outcome = std::variant<Ready, EventsUnreadable, TicksUnreadable>;
 
-  RetainedDriverLog(std::filesystem::path eventsURL, std::filesystem::path ticksURL, LogSink log);
+  /// Whether a row is worth its memory, and in what form: it may cut the row down. Absent: every row, whole.
+  struct Keep {
+    std::function<bool(EventLogEvent&)> event;
+    std::function<bool(ClassifierTick&)> tick;
+  };
+
+  RetainedDriverLog(const std::filesystem::path& eventsURL, const std::filesystem::path& ticksURL, LogSink log, const Keep& keep = {});
 
   /// Reads what came since the last call: events first, then ticks. A missing file is an empty list.
   Outcome refresh();

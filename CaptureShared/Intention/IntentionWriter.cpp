@@ -45,12 +45,38 @@ void perform(const Record& record, const Sinks& sinks, const Calendar& calendar)
   copy("declaration's copy in signals.sqlite", [&] { sinks.logSQLite(record); });
 }
 
+namespace {
+
+/// The detail without what has no JSON form, so that a declaration is not lost over its "why". Its own words are never dropped: without them
+/// there is nothing to declare, and the append says so.
+JSONObject encodable(const JSONObject& detail) {
+  JSONObject kept;
+  for (const auto& [key, value] : detail) {
+    try {
+      value.dump();
+      kept.set(key, value);
+    } catch (const JSONEncodingError&) {
+      if (key == "task" || key == "notes") {
+        kept.set(key, value);
+        continue;
+      }
+      std::fprintf(stderr, "warning: dropping unsupported intention detail\n");
+    }
+  }
+  return kept;
+}
+
+}  // namespace
+
 Sinks standardSinks(const std::string& processName) {
   return {.appendEvent =
               [processName](const Record& record) {
-                EventLogWriter::append(
-                    EventLogEvent{.tsMs = record.tsMs, .kind = "event", .type = record.type, .detail = record.detail, .source = "set_task"},
-                    EventLog::path(), processName);
+                EventLogWriter::append(EventLogEvent{.tsMs = record.tsMs,
+                                                     .kind = "event",
+                                                     .type = record.type,
+                                                     .detail = encodable(record.detail),
+                                                     .source = "set_task"},
+                                       EventLog::path(), processName);
               },
           .writeTaskFile =
               [](const std::string& body) {

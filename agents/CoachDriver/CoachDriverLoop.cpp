@@ -24,6 +24,7 @@
 #include "CaptureShared/Intention/EventLog.h"
 #include "CaptureShared/Signals/CaptureWindowReader.h"
 #include "CaptureShared/Signals/SignalsReader.h"
+#include "agents/CoachDriver/DriverRetention.h"
 #include "agents/CoachDriver/UserMessageWatch.h"
 
 namespace halvo {
@@ -79,7 +80,8 @@ std::optional<FileIdentity> identityOf(const std::filesystem::path& file) {
 CoachDriverLoop::CoachDriverLoop(CoachSurroundings surroundings)
     : surroundings_(std::move(surroundings)),
       turns_(surroundings_),
-      logs_(DataPaths::events(surroundings_.dataRoot), DataPaths::checkerLog(surroundings_.dataRoot), surroundings_.log),
+      logs_(DataPaths::events(surroundings_.dataRoot), DataPaths::checkerLog(surroundings_.dataRoot), surroundings_.log,
+            DriverRetention::keep(surroundings_.clock.nowMs())),
       cadence_(GatePollingCadence::Config::fromEnvironment(surroundings_.environment)) {}
 
 void CoachDriverLoop::logChange(std::string& last, const std::string& line) {
@@ -137,6 +139,11 @@ void CoachDriverLoop::wake(const std::stop_token& stop) {
   logChange(lastTrouble_, trouble);
   const auto* ready = std::get_if<RetainedDriverLog::Ready>(&refreshed);
   if (!ready) return;
+  // The gate saw all there is, and nothing but a new row can change that: no hold ends into anything else.
+  const Seen seen{logs_.events().reader.watermark(), logs_.ticks().reader.watermark()};
+  if (restsUntilNews_ && seen == seen_) return;
+  restsUntilNews_ = false;
+  seen_ = seen;
   moment.events = ready->events;
   moment.ticks = ready->ticks;
   if (!moment.events.empty()) {
@@ -214,6 +221,7 @@ void CoachDriverLoop::consult(const Moment& moment, const std::stop_token& stop)
   const bool consults = std::holds_alternative<GatePollingCadence::Consult>(outcome);
   if (consults || !waitIsLogged_) surroundings_.log(GatePollingCadence::logLine(outcome));
   waitIsLogged_ = !consults;
+  restsUntilNews_ = std::holds_alternative<GatePollingCadence::WakeGuard::NoNewInput>(outcome);
   if (!consults) return;
   const auto answer = askGate(moment, stop);
   if (!answer) return;

@@ -61,6 +61,14 @@ class CoachDriverLoop {
   GateUnconstrainedBreaker breaker_{gateMaxBackoffTicks};
   std::string lastState_, lastTrouble_, lastFailure_, lastPreferencesTrouble_;
   bool waitIsLogged_ = false;  ///< the cadence's wait was told; it counts down at every wake, which is no news
+  /// How far the two logs had been read.
+  struct Seen {
+    std::optional<IncrementalJSONLReader<EventLogEvent>::Watermark> events = {};
+    std::optional<IncrementalJSONLReader<ClassifierTick>::Watermark> ticks = {};
+    bool operator==(const Seen&) const = default;
+  };
+  Seen seen_;
+  bool restsUntilNews_ = false;  ///< the gate had no new input at `seen_`
   bool looksAgain_ = false;    ///< a row was read that belongs to the next look
 };
 

@@ -204,6 +204,15 @@ TEST_F(Log, theStandardSinksReachAllThreePlaces) {
   EXPECT_EQ(copy.optionalText(1), "task_declared");
   EXPECT_EQ(copy.optionalText(2), JSONValue(record.detail).dump());
   EXPECT_FALSE(copy.step());
+
+  // What has no JSON form is left out, but never the declaration's own words.
+  const auto declare = [](const char* task, const char* why) {
+    IntentionWriter::perform(IntentionWriter::declare({.task = task, .why = why, .asOfMs = quarterPastTwo}),
+                             IntentionWriter::standardSinks("AmbitudeApp"), newYork());
+  };
+  declare("tea", "\xff");
+  EXPECT_EQ(EventLogReader::read(log_).back().detail.find("why"), nullptr);
+  EXPECT_THROW(declare("\xff", "none"), EventLogWriterError);
 }
 
 TEST(EstimateReading, readsAClockTimeOfTheDeclarationsDay) {

@@ -62,6 +62,10 @@ TEST(CoachDriverLoop, anythingButAYesIsNone) {
     loop.wake({});
     EXPECT_TRUE(scene.events().empty());
     EXPECT_EQ(scene.calls(), calls) << "nothing new since";
+    std::filesystem::remove(scene.root / "io-layer/layer3-floor.json");
+    loop.wake({});
+    EXPECT_FALSE(std::filesystem::exists(scene.root / "io-layer/layer3-floor.json")) << "and nothing is worked out anew";
+    scene.folder.write("data/io-layer/layer3-floor.json", JSONValue(JSONObject{{"floorTsMs", GateScene::at(6, 0)}}).dump());
     scene.tick();
     loop.wake({});
     loop.wake({});
