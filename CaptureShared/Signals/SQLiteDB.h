@@ -89,7 +89,11 @@ class SQLiteDB {
       body();
       run("COMMIT");
     } catch (...) {
-      exec("ROLLBACK");
+      try {
+        run("ROLLBACK");
+      } catch (const SQLiteError&) {
+        // A full disk has ended the transaction already; what ended it is the news.
+      }
       throw;
     }
   }

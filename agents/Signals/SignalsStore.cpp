@@ -180,21 +180,11 @@ void SignalsStore::setAside(std::int64_t tsMs) {
 }
 
 void SignalsStore::insert(std::int64_t tsMs, const SignalsRow& row) {
-  auto& db = open_->db;
-  db.run("BEGIN IMMEDIATE");
-  try {
+  open_->db.transaction([&] {
     open_->tick->bind(tickValues(tsMs, row)).step();
     if (row.desktop.windows)
       for (const auto& window : *row.desktop.windows) open_->window->bind(windowValues(tsMs, window)).step();
-    db.run("COMMIT");
-  } catch (const SQLiteError&) {
-    try {
-      db.run("ROLLBACK");
-    } catch (const SQLiteError&) {
-      // A full disk has ended the transaction already.
-    }
-    throw;
-  }
+  });
 }
 
 std::int64_t SignalsStore::write(std::int64_t tsMs, const SignalsRow& row) {

@@ -24,7 +24,7 @@ constexpr std::array agents{"Signals", "ClassifierVerify", "CoachDriver"};
 constexpr double lookSec = 20;
 
 /// Seconds of a core that a process and the children it has waited for have used.
-[[maybe_unused]] double cpuSec(pid_t pid) {
+double cpuSec(pid_t pid) {
   const auto text = readFile(fmt::format("/proc/{}/stat", pid));
   const auto fields = Text::split(std::string_view(text).substr(text.rfind(')') + 2), ' ');
   double ticks = 0;
@@ -32,13 +32,17 @@ constexpr double lookSec = 20;
   return ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
-[[maybe_unused]] double residentMB(pid_t pid) {
+double residentMB(pid_t pid) {
   const auto text = readFile(fmt::format("/proc/{}/status", pid));
   return std::stod(text.substr(text.find("VmRSS:") + 6)) / 1024;
 }
 
-// A sanitizer's cost is not the agents' own.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr double room = 20;  // a sanitizer's cost is not the agents' own
+#else
+constexpr double room = 1;
+#endif
+
 TEST(Idle, theAgentsAreLightEnoughToForget) {
   const test::TemporaryFolder folder;
   test::Desktop desktop;
@@ -64,13 +68,12 @@ TEST(Idle, theAgentsAreLightEnoughToForget) {
   for (const auto& [agent, used] : usedBy()) {
     const auto megabytes = residentMB(house.program(agent).pid());
     std::printf("%-16s %.2f %% of a core, %.1f MB\n", agent.c_str(), (used - before[agent]) / lookSec * 100, megabytes);
-    EXPECT_LT(megabytes, 40) << agent;
+    EXPECT_LT(megabytes, 40 * room) << agent;
     all += used - before[agent];
   }
   std::printf("%-16s %.2f %% of a core\n", "together", all / lookSec * 100);
-  EXPECT_LT(all / lookSec, 0.03);  // aim: 0.01; the rest is room for a machine with other work
+  EXPECT_LT(all / lookSec, 0.03 * room);  // aim: 0.01; the rest is room for a machine with other work
 }
-#endif
 
 }  // namespace
 }  // namespace halvo
