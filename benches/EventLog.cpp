@@ -146,11 +146,12 @@ void simdjsonAlone(benchmark::State& state, F&& rowOf) {
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(fs::file_size(file)));
 }
 
-template <class Factory, class F>
-void firstRead(benchmark::State& state, Factory&& factory, F&& rowOf, std::size_t wanted = firstReadRows) {
+template <class Row, class F>
+void firstRead(benchmark::State& state, IncrementalJSONLReader<Row> (*follow)(const fs::path&, RowFilter<Row>), F&& rowOf,
+               std::size_t wanted = firstReadRows) {
   keepMemory();
   const Folder folder;
-  auto reader = factory(writeLog(folder, static_cast<std::int64_t>(wanted), rowOf));
+  auto reader = follow(writeLog(folder, static_cast<std::int64_t>(wanted), rowOf), {});
   std::size_t rows = 0;
   for (auto _ : state) {
     auto result = reader.readFull();
