@@ -14,9 +14,9 @@ target_link_libraries(halvo-flags INTERFACE Threads::Threads fmt::fmt)
 
 set(HALVO_SANITIZE "" CACHE STRING "sanitizers for every target, as in address,undefined")
 if(HALVO_SANITIZE)
-  # With its checks between the lines g++ 12 no longer sees that a value is set.
   target_compile_options(halvo-flags INTERFACE -fsanitize=${HALVO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
-    -Wno-maybe-uninitialized)
+    # With its checks between the lines g++ 12 no longer sees that a value is set.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(halvo-flags INTERFACE -fsanitize=${HALVO_SANITIZE})
 endif()
 
