@@ -318,7 +318,7 @@ TEST(Troubles, eachIsSaidOnceAndOutlived) {
   for (auto& one : cases) {
     SCOPED_TRACE(one.trouble.name);
     for (const auto& [agent, part] : one.trouble.says)
-      EXPECT_TRUE(eventually([&] { return one.countSaid(agent, part) > 0; }, 30)) << agent << " says: " << part;
+      EXPECT_TRUE(eventually([&, &who = agent, &words = part] { return one.countSaid(who, words) > 0; }, 30)) << agent << " says: " << part;
     int status = 0;
     const auto dump = one.output("AmbitudeApp", {"--dump"}, status);
     EXPECT_EQ(status, 0);
