@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <random>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -11,6 +10,7 @@
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/UUID.h"
 #include "CaptureShared/Privacy/SecretRedaction.h"
 
 namespace halvo::RequestDump {
@@ -19,16 +19,6 @@ namespace {
 std::string reason(const std::exception& error) {
   const auto* system = dynamic_cast<const std::system_error*>(&error);
   return system ? errnoText(system->code().value()) : error.what();
-}
-
-std::string newUUID() {
-  std::random_device device;
-  std::array<std::uint32_t, 4> word{};
-  for (auto& part : word) part = device();
-  word[1] = (word[1] & 0xFFFF0FFFu) | 0x00004000u;  // version 4: random
-  word[2] = (word[2] & 0x3FFFFFFFu) | 0x80000000u;  // the variant every reader expects
-  return fmt::format("{:08X}-{:04X}-{:04X}-{:04X}-{:04X}{:08X}", word[0], word[1] >> 16, word[1] & 0xFFFF, word[2] >> 16, word[2] & 0xFFFF,
-                     word[3]);
 }
 
 std::string fileName(std::int64_t nowMs) {

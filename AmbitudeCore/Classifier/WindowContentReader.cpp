@@ -1,28 +1,16 @@
 #include "AmbitudeCore/Classifier/WindowContentReader.h"
 
 #include <fmt/format.h>
-#include <openssl/evp.h>
 
 #include "AmbitudeCore/Backends/LocalInferenceWire.h"
 #include "AmbitudeCore/Backends/ModelBackendError.h"
 #include "AmbitudeCore/Classifier/ModelReply.h"
+#include "CaptureShared/Foundation/Base64.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
 
 namespace halvo {
-namespace {
-
-std::string base64(std::string_view bytes) {
-  std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-  const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<int>(bytes.size()));
-  text.resize(static_cast<std::size_t>(length));
-  return text;
-}
-
-}  // namespace
-
 WindowContentReader::WindowContentReader(Ports ports, Denylist denylist)
     : ports_(std::move(ports)), denylist_(std::move(denylist)), ocr_(ports_.recognizer) {}
 
@@ -91,7 +79,7 @@ WindowContentReader::Content WindowContentReader::read(const Target& target, con
   content.screenshotAtMs = taken.screenshotAtMs;
   content.ocrText = visionOCR(taken.png, VisionTextRecognizer::defaultTimeout, stop);
   try {
-    content.description = describeImage(base64(taken.png), config, stop);
+    content.description = describeImage(Base64::encode(taken.png), config, stop);
   } catch (const ModelBackendError& error) {
     ports_.log(fmt::format("window description failed ({})", ModelReply::excerpt(describeError(error))));
   }

@@ -15,7 +15,7 @@ std::optional<std::string> render(const std::optional<StandingMemory>& memory, s
     if (!Text::isBlank(text)) lines.push_back("- " + TimelineLines::userWords(Text::trim(text)) + std::string(behind));
   };
   if (memory) {
-    for (const auto& fact : memory->facts) add(fact, "");
+    for (const auto& fact : memory->facts) add(fact.text, "");
     for (const auto& lesson : memory->lessons) add(lesson, "");
   }
   std::vector<const CoachCorrection*> pending;

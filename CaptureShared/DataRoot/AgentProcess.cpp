@@ -7,20 +7,16 @@
 #include <mutex>
 #include <thread>
 
-#include <sys/prctl.h>
-#include <sys/resource.h>
-
 #include "CaptureShared/DataRoot/AgentLogging.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
+#include "CaptureShared/Foundation/CoreDumps.h"
 
 namespace halvo {
 
 AgentProcess::Privacy::Privacy() {
   AgentUmask::apply();
   // Window titles, pictures and conversations must not end up in a core file, nor be read by a debugger of the account.
-  const rlimit none{0, 0};
-  ::setrlimit(RLIMIT_CORE, &none);
-  ::prctl(PR_SET_DUMPABLE, 0);
+  turnCoreDumpsOff();
 }
 
 AgentProcess::AgentProcess(const std::string& name) { AgentLogging::bootstrap(logSubdirectory, name); }

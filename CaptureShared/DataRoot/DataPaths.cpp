@@ -24,7 +24,7 @@ namespace {
 
 struct Cache {
   bool filled = false;
-  std::optional<std::string> configuredRoot;
+  std::optional<fs::path> configuredRoot;
 };
 
 LockedValue<Cache>& cache() {
@@ -60,13 +60,6 @@ std::optional<std::string> readConfiguredRoot() {
   }
 }
 
-std::optional<std::string> configuredRoot() {
-  return cache().with([](Cache& known) {
-    if (!known.filled) known = {true, readConfiguredRoot()};
-    return known.configuredRoot;
-  });
-}
-
 bool isFolder(const fs::path& path) {
   std::error_code ignored;
   return fs::is_directory(path, ignored);
@@ -95,6 +88,13 @@ void overrideConfigURL(std::optional<fs::path> file) {
 
 fs::path unconfiguredRoot() { return configURL().parent_path() / "no-data-root-configured"; }
 fs::path defaultRootForNewInstall() { return UserFolders::supportDir(processEnvironment()) / "data"; }
+
+std::optional<fs::path> configuredRoot() {
+  return cache().with([](Cache& known) {
+    if (!known.filled) known = {true, readConfiguredRoot()};
+    return known.configuredRoot;
+  });
+}
 
 fs::path dataRoot() {
   // Set to the empty text is set, yet it names no folder: "" joined to a name would be a path at "/" or in the working folder.

@@ -23,6 +23,8 @@ void overrideConfigURL(std::optional<fs::path> file);
 /// it fails to open.
 fs::path dataRoot();
 RootSource dataRootSource();
+/// The root that `config.json` names, whether or not the environment names another.
+std::optional<fs::path> configuredRoot();
 fs::path unconfiguredRoot();
 /// What first-run setup offers; never used on its own.
 fs::path defaultRootForNewInstall();

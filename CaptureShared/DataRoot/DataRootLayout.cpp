@@ -131,6 +131,8 @@ const std::vector<Entry>& supplementary() {
       file("signals-stale-note.json", "SignalsStaleNoteStore"),
       file("capture-removal-intent.json", "CaptureRemovalIntentStore"),
       file("coach-corrections.jsonl.lock", "CoachCorrections"),
+      // What a rewrite that was killed left behind.
+      {Pattern{".coach-feedback-", ""}, File{}, "CoachFeedbackWriter"},
       // A database that could not be opened is set aside under such a name and never deleted by anyone but its owner.
       {Pattern{"signals.sqlite.corrupt-", ""}, File{}, "capture Signals"},
   };
@@ -175,7 +177,7 @@ RemovalOps RemovalOps::real() {
 Removal removeOwned(const fs::path& root, bool machineIsProtected, const RemovalOps& ops) {
   Removal removal;
   if (machineIsProtected) {
-    removal.failures.push_back(root.string() + ": This Mac is protected from purging recorded data, so nothing was deleted.");
+    removal.failures.push_back(root.string() + ": " + protectedMachineExplanation);
     return removal;
   }
   const auto plan = survey(root);

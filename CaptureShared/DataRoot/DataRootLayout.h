@@ -51,6 +51,9 @@ struct Survey {
 /// Lists the root. A link is what it is, a link: never walked.
 Survey survey(const fs::path& root);
 
+/// Why a protected machine deletes nothing.
+inline constexpr const char* protectedMachineExplanation = "This Mac is protected from purging recorded data, so nothing was deleted.";
+
 struct Removal {
   std::vector<std::string> failures;
   std::vector<std::string> leftBehind;  ///< containers that were not empty

@@ -17,6 +17,8 @@ namespace {
   throw std::system_error(code, std::generic_category(), file.string());
 }
 
+}  // namespace
+
 void writeAll(int fd, std::string_view bytes, const std::filesystem::path& file) {
   while (!bytes.empty()) {
     const auto written = ::write(fd, bytes.data(), bytes.size());
@@ -27,8 +29,6 @@ void writeAll(int fd, std::string_view bytes, const std::filesystem::path& file)
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
 }
-
-}  // namespace
 
 FileHandle& FileHandle::operator=(FileHandle&& other) noexcept {
   if (this != &other) {
@@ -68,13 +68,27 @@ std::size_t FileHandle::readInto(std::span<char> room, std::uint64_t offset) con
   return filled;
 }
 
-FileIdentity FileIdentity::of(const std::filesystem::path& file) {
-  struct stat status {};
-  if (::stat(file.c_str(), &status) != 0) fail(file);
+namespace {
+
+FileIdentity identity(const struct stat& status) {
   return {.device = static_cast<std::uint64_t>(status.st_dev),
           .inode = static_cast<std::uint64_t>(status.st_ino),
           .size = static_cast<std::int64_t>(status.st_size),
           .mtimeNs = static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec};
+}
+
+}  // namespace
+
+FileIdentity FileIdentity::of(const std::filesystem::path& file) {
+  struct stat status {};
+  if (::stat(file.c_str(), &status) != 0) fail(file);
+  return identity(status);
+}
+
+FileIdentity FileIdentity::of(const FileHandle& file) {
+  struct stat status {};
+  if (::fstat(file.fd(), &status) != 0) throw std::system_error(errno, std::generic_category(), "fstat");
+  return identity(status);
 }
 
 std::string readFile(const std::filesystem::path& file) {

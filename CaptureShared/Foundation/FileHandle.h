@@ -42,8 +42,13 @@ struct FileIdentity {
   std::int64_t mtimeNs = 0;
   /// Throws `std::system_error`; a missing file is ENOENT.
   static FileIdentity of(const std::filesystem::path& file);
+  /// The same of an open file, whatever has its name by now.
+  static FileIdentity of(const FileHandle& file);
   bool operator==(const FileIdentity&) const = default;
 };
+
+/// Every byte, whatever a single write takes; `file` names it in the error. Throws `std::system_error`, and then a part may be written.
+void writeAll(int fd, std::string_view bytes, const std::filesystem::path& file);
 
 /// The whole file. Throws `std::system_error`; a missing file is ENOENT.
 std::string readFile(const std::filesystem::path& file);

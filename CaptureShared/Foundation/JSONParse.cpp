@@ -12,7 +12,13 @@ JSONValue fromElement(simdjson::dom::element element) {
       const auto object = element.get_object().value_unsafe();
       std::vector<JSONObject::Member> members;
       members.reserve(object.size());
-      for (const auto [key, value] : object) members.emplace_back(key, fromElement(value));
+      for (const auto [key, value] : object) {
+        std::string_view text;
+        if (!value.get_string().get(text))
+          members.emplace_back(key, text);  // made where it stays: most values are texts
+        else
+          members.emplace_back(key, fromElement(value));
+      }
       return JSONObject::make(std::move(members));
     }
     case simdjson::dom::element_type::ARRAY: {

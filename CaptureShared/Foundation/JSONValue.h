@@ -68,7 +68,7 @@ class JSONValue {
   JSONValue(int value) : storage_(static_cast<double>(value)) {}
   JSONValue(std::int64_t value) : storage_(static_cast<double>(value)) {}
   JSONValue(std::string value) : storage_(std::move(value)) {}
-  JSONValue(std::string_view value) : storage_(std::string(value)) {}
+  JSONValue(std::string_view value) : storage_(std::in_place_type<std::string>, value) {}
   JSONValue(const char* value) : storage_(std::string(value)) {}
   JSONValue(Array value) : storage_(std::move(value)) {}
   JSONValue(Object value) : storage_(std::move(value)) {}

@@ -1,7 +1,6 @@
 #include "CaptureShared/Foundation/Spawn.h"
 
 #include <cerrno>
-#include <csignal>
 #include <system_error>
 
 #include <fcntl.h>
@@ -9,8 +8,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "CaptureShared/Foundation/FileHandle.h"
 
 namespace halvo::Spawn {
 
@@ -42,15 +39,6 @@ struct Attributes {
   ~Attributes() { ::posix_spawnattr_destroy(&value); }
 };
 
-struct Pipe {
-  FileHandle read, write;
-  static Pipe make() {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
-    return {FileHandle(ends[0]), FileHandle(ends[1])};
-  }
-};
-
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> list;
   for (auto& text : texts) list.push_back(text.data());
@@ -58,14 +46,40 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return list;
 }
 
-int reap(pid_t pid) {
+sigset_t pipeSignal() {
+  sigset_t set;
+  ::sigemptyset(&set);
+  ::sigaddset(&set, SIGPIPE);
+  return set;
+}
+
+}  // namespace
+
+int wait(pid_t pid) {
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-}  // namespace
+Pipe Pipe::make() {
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+  return {FileHandle(ends[0]), FileHandle(ends[1])};
+}
+
+BrokenPipeGuard::BrokenPipeGuard() {
+  const auto set = pipeSignal();
+  ::pthread_sigmask(SIG_BLOCK, &set, &before_);
+}
+
+BrokenPipeGuard::~BrokenPipeGuard() {
+  const auto set = pipeSignal();
+  const timespec now{};
+  while (!::sigismember(&before_, SIGPIPE) && ::sigtimedwait(&set, nullptr, &now) == SIGPIPE) {
+  }
+  ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
 
 pid_t run(const std::string& program, const std::vector<std::string>& arguments, const std::optional<Environment>& environment,
           const std::vector<Descriptor>& descriptors) {
@@ -94,29 +108,14 @@ std::optional<Output> capture(const std::string& program, const std::vector<std:
   fromChild.write.reset();
   ::fcntl(toChild.write.fd(), F_SETFL, O_NONBLOCK);
 
-  // A child that ends early must not end us: its closed pipe answers EPIPE instead of a signal.
-  sigset_t pipeSignal, before;
-  ::sigemptyset(&pipeSignal);
-  ::sigaddset(&pipeSignal, SIGPIPE);
-  ::pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
-  struct Unblock {
-    const sigset_t& pipeSignal;
-    const sigset_t& before;
-    ~Unblock() {
-      const timespec now{};
-      while (!::sigismember(&before, SIGPIPE) && ::sigtimedwait(&pipeSignal, nullptr, &now) == SIGPIPE) {
-      }
-      ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-  } unblock{pipeSignal, before};
-
+  const BrokenPipeGuard guard;  // a child that ends early must not end us
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
   Output output;
   for (bool open = true; open;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
     if (left <= 0 || stop.stop_requested() || output.standardOutput.size() > maxOutputBytes) {
       ::kill(-pid, SIGKILL);
-      reap(pid);
+      wait(pid);
       return std::nullopt;
     }
     if (input.empty()) toChild.write.reset();
@@ -150,7 +149,7 @@ std::optional<Output> capture(const std::string& program, const std::vector<std:
     if (ended < 0 && errno != EINTR) return output;
     if (std::chrono::steady_clock::now() >= deadline || stop.stop_requested()) {
       ::kill(-pid, SIGKILL);
-      reap(pid);
+      wait(pid);
       return std::nullopt;
     }
     ::poll(nullptr, 0, 2);

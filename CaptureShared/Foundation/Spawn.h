@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -12,6 +13,7 @@
 #include <sys/types.h>
 
 #include "CaptureShared/Foundation/Environment.h"
+#include "CaptureShared/Foundation/FileHandle.h"
 
 /// Child processes: their own process group, no inherited descriptors but the ones given, SIGPIPE as usual.
 namespace halvo::Spawn {
@@ -26,6 +28,27 @@ struct Descriptor {
 /// Throws `std::system_error` when it cannot be started.
 pid_t run(const std::string& program, const std::vector<std::string>& arguments, const std::optional<Environment>& environment,
           const std::vector<Descriptor>& descriptors);
+
+/// Waits for the child's end: its exit code, or 128 + signal.
+int wait(pid_t pid);
+
+/// A pipe that no child inherits unless an end is given to it. `make` throws `std::system_error`.
+struct Pipe {
+  FileHandle read, write;
+  static Pipe make();
+};
+
+/// While it lives, this thread's write into a pipe that nobody reads answers EPIPE instead of ending the process.
+class BrokenPipeGuard {
+ public:
+  BrokenPipeGuard();
+  BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+  BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+  ~BrokenPipeGuard();
+
+ private:
+  sigset_t before_;
+};
 
 struct Output {
   std::string standardOutput;

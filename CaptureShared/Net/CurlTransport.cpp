@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include <curl/curl.h>
 #include <fmt/format.h>
@@ -35,6 +36,7 @@ struct Exchange {
   std::unique_ptr<CURL, EasyCleanup> easy{curl_easy_init()};
   std::unique_ptr<curl_slist, ListCleanup> headers;
   const std::function<void(std::string_view)>* onBody = nullptr;  // absent: the body is gathered whatever the status
+  const std::function<void(const HTTPResponse&)>* onHead = nullptr;  // called once, then forgotten
   HTTPResponse response;
   std::exception_ptr failure;
   Steady::time_point lastPiece = Steady::now();
@@ -72,7 +74,9 @@ std::size_t takeBody(char* bytes, std::size_t size, std::size_t count, void* use
     exchange.lastPiece = Steady::now();
     long status = 0;
     curl_easy_getinfo(exchange.easy.get(), CURLINFO_RESPONSE_CODE, &status);
-    RequestCheck::deliver({bytes, size * count}, static_cast<int>(status), exchange.onBody, exchange.response.body);
+    exchange.response.status = static_cast<int>(status);
+    if (const auto* tell = std::exchange(exchange.onHead, nullptr); tell && exchange.response.isSuccess()) (*tell)(exchange.response);
+    RequestCheck::deliver({bytes, size * count}, exchange.response.status, exchange.onBody, exchange.response.body);
   } catch (...) {
     exchange.failure = std::current_exception();
     return 0;
@@ -101,7 +105,9 @@ std::string textOf(CURLcode code, const char* curlWords) {
   }
 }
 
-void setUp(Exchange& exchange, const HTTPRequest& request, const URLParts& parts) {
+using CertificateFile = std::optional<std::filesystem::path>;
+
+void setUp(Exchange& exchange, const HTTPRequest& request, const URLParts& parts, const CertificateFile& certificateFile) {
   auto* easy = exchange.easy.get();
   const bool loopback = parts.isLoopback();
   curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str());
@@ -115,6 +121,7 @@ void setUp(Exchange& exchange, const HTTPRequest& request, const URLParts& parts
   curl_easy_setopt(easy, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+  if (certificateFile) curl_easy_setopt(easy, CURLOPT_CAINFO, certificateFile->c_str());
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::max(request.timeoutSec, 0.001) * 1000));
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, exchange.curlWords);
@@ -135,7 +142,8 @@ void setUp(Exchange& exchange, const HTTPRequest& request, const URLParts& parts
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, exchange.headers.get());
 }
 
-HTTPResponse run(const HTTPRequest& request, const std::function<void(std::string_view)>* onBody, const std::stop_token& stop) {
+HTTPResponse run(const HTTPRequest& request, const std::function<void(std::string_view)>* onBody, const CertificateFile& certificateFile,
+                 const std::stop_token& stop) {
   throwIfStopped(stop);
   const auto parts = URLParts::parse(request.url);
   if (!parts || (parts->scheme != "http" && parts->scheme != "https"))
@@ -148,7 +156,8 @@ HTTPResponse run(const HTTPRequest& request, const std::function<void(std::strin
   Exchange exchange;
   if (!multi || !exchange.easy) throw std::bad_alloc();
   exchange.onBody = onBody;
-  setUp(exchange, request, *parts);
+  if (onBody && request.onHead) exchange.onHead = &request.onHead;
+  setUp(exchange, request, *parts, certificateFile);
   curl_multi_add_handle(multi.get(), exchange.easy.get());
   struct Removal {
     CURLM* multi;
@@ -184,17 +193,19 @@ HTTPResponse run(const HTTPRequest& request, const std::function<void(std::strin
 
 }  // namespace
 
-CurlTransport::CurlTransport() {
+CurlTransport::CurlTransport(std::optional<std::filesystem::path> certificateFile) : certificateFile_(std::move(certificateFile)) {
   // Once for the process, however many transports there are; the library is never torn down before the process ends.
   static const auto ready = curl_global_init(CURL_GLOBAL_DEFAULT);
   if (ready != CURLE_OK) throw std::runtime_error(curl_easy_strerror(ready));
 }
 
-HTTPResponse CurlTransport::send(const HTTPRequest& request, const std::stop_token& stop) { return run(request, nullptr, stop); }
+HTTPResponse CurlTransport::send(const HTTPRequest& request, const std::stop_token& stop) {
+  return run(request, nullptr, certificateFile_, stop);
+}
 
 HTTPResponse CurlTransport::stream(const HTTPRequest& request, const std::function<void(std::string_view)>& onBody,
                                    const std::stop_token& stop) {
-  return run(request, &onBody, stop);
+  return run(request, &onBody, certificateFile_, stop);
 }
 
 }  // namespace halvo

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <filesystem>
+#include <optional>
+
 #include "CaptureShared/Net/HTTPTransport.h"
 
 namespace halvo {
@@ -8,11 +11,15 @@ namespace halvo {
 /// certificate verified. Redirects are never followed. Each call is a connection of its own.
 class CurlTransport : public HTTPTransport {
  public:
-  CurlTransport();
+  /// `certificateFile`: PEM certificates to trust in place of the system's file of them; whatever it is, every peer is verified.
+  explicit CurlTransport(std::optional<std::filesystem::path> certificateFile = {});
 
   HTTPResponse send(const HTTPRequest& request, const std::stop_token& stop) override;
   HTTPResponse stream(const HTTPRequest& request, const std::function<void(std::string_view)>& onBody,
                       const std::stop_token& stop) override;
+
+ private:
+  std::optional<std::filesystem::path> certificateFile_;
 };
 
 }  // namespace halvo

@@ -11,14 +11,6 @@
 
 namespace halvo {
 
-struct HTTPRequest {
-  std::string method = "GET";
-  std::string url = {};  ///< http, https, or "http+unix" with the percent-encoded socket path as its host
-  std::vector<std::pair<std::string, std::string>> headers = {};
-  std::string body = {};
-  double timeoutSec = 60;  ///< for the whole of `send`; for `stream` the longest silence between two pieces
-};
-
 struct HTTPResponse {
   int status = 0;
   std::vector<std::pair<std::string, std::string>> headers = {};
@@ -26,6 +18,16 @@ struct HTTPResponse {
   /// A header's value, its name compared without case; absent when there is none.
   std::optional<std::string> header(std::string_view name) const;
   bool isSuccess() const { return status >= 200 && status <= 299; }
+};
+
+struct HTTPRequest {
+  std::string method = "GET";
+  std::string url = {};  ///< http, https, or "http+unix" with the percent-encoded socket path as its host
+  std::vector<std::pair<std::string, std::string>> headers = {};
+  std::string body = {};
+  double timeoutSec = 60;  ///< for the whole of `send`; for `stream` the longest silence between two pieces
+  /// Called by `stream` with status and headers of a 2xx answer, before its first piece; what it throws ends the transfer and is thrown on.
+  std::function<void(const HTTPResponse&)> onHead = {};
 };
 
 /// The request never completed. `what()` is one of `TransportText`'s texts.

@@ -7,9 +7,11 @@
 
 namespace halvo {
 
-std::unique_ptr<HTTPTransportRouter> HTTPTransportRouter::standard() {
+std::unique_ptr<HTTPTransportRouter> HTTPTransportRouter::standard(const Environment& environment) {
   auto router = std::make_unique<HTTPTransportRouter>();
-  const auto curl = std::make_shared<CurlTransport>();
+  std::optional<std::filesystem::path> certificates;
+  if (const auto file = value(environment, "SSL_CERT_FILE"); file && !file->empty()) certificates = *file;
+  const auto curl = std::make_shared<CurlTransport>(std::move(certificates));
   router->add("http", curl);
   router->add("https", curl);
   UnixSocketHTTPProtocol::install(*router);

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "CaptureShared/Foundation/Environment.h"
 #include "CaptureShared/Net/HTTPTransport.h"
 
 namespace halvo {
@@ -12,8 +13,9 @@ namespace halvo {
 /// Sends a request the way its URL's scheme asks for. Filled before it is shared, read-only from then on.
 class HTTPTransportRouter : public HTTPTransport {
  public:
-  /// What every program uses: "http" and "https" over TCP, "http+unix" over a socket.
-  static std::unique_ptr<HTTPTransportRouter> standard();
+  /// What every program uses: "http" and "https" over TCP, "http+unix" over a socket. A value of SSL_CERT_FILE in the environment names the
+  /// file of certificates to trust; without one it is the system's.
+  static std::unique_ptr<HTTPTransportRouter> standard(const Environment& environment = {});
 
   void add(std::string_view scheme, std::shared_ptr<HTTPTransport> transport);
 

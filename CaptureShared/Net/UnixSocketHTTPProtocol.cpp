@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -123,7 +124,11 @@ HTTPResponse run(const HTTPRequest& request, const std::function<void(std::strin
   std::size_t sent = 0;
   HTTPResponseParser parser;
   std::string body;
-  const auto take = [&](std::string_view piece) { RequestCheck::deliver(piece, parser.head().status, onBody, body); };
+  bool isHeadTold = !onBody || !request.onHead;
+  const auto take = [&](std::string_view piece) {
+    if (!std::exchange(isHeadTold, true) && parser.head().isSuccess()) request.onHead(parser.head());
+    RequestCheck::deliver(piece, parser.head().status, onBody, body);
+  };
 
   while (!parser.isComplete()) {
     const bool sending = sent < bytes.size();

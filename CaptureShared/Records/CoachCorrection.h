@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Foundation/RawValue.h"
@@ -27,6 +28,11 @@ struct CoachCorrection {
 
   /// Absent for `untilChanged`.
   static std::optional<std::int64_t> expiry(Lasts lasts, std::int64_t saidAtMs, const Calendar& calendar);
+
+  /// One line of the corrections' own file. Absent unless it is an object with `at_ms` and a text that is not blank.
+  static std::optional<CoachCorrection> decode(std::string_view line);
+  /// The same line without a newline; absent fields are left out. Throws `JSONEncodingError`.
+  std::string encode() const;
 
   bool isStanding() const { return !expiresAtMs; }
   bool isInForce(std::int64_t nowMs) const { return !expiresAtMs || nowMs < *expiresAtMs; }

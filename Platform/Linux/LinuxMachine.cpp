@@ -42,4 +42,18 @@ std::optional<std::uint64_t> LinuxMachine::freeBytes(const std::filesystem::path
   return static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
 }
 
+std::optional<std::uint64_t> LinuxMachine::physicalMemoryBytes() const {
+  const auto info = contents(root_ / "proc" / "meminfo");
+  if (!info) return std::nullopt;
+  constexpr std::string_view key = "MemTotal:", unit = "kB";
+  constexpr std::uint64_t kibPerGiB = 1 << 20;
+  for (const auto line : Text::split(*info, '\n')) {
+    if (!line.starts_with(key) || !line.ends_with(unit)) continue;
+    const auto kib = Text::parseInteger(line.substr(key.size(), line.size() - key.size() - unit.size()));
+    if (!kib || *kib <= 0) return std::nullopt;
+    return (static_cast<std::uint64_t>(*kib) + kibPerGiB - 1) / kibPerGiB << 30;
+  }
+  return std::nullopt;
+}
+
 }  // namespace halvo

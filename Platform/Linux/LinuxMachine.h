@@ -16,6 +16,8 @@ class LinuxMachine : public Machine {
   /// /etc/machine-id, trimmed; absent when it is missing or blank.
   std::optional<std::string> identity() const override;
   std::optional<std::uint64_t> freeBytes(const std::filesystem::path& path) const override;
+  /// The `MemTotal` of /proc/meminfo, rounded up.
+  std::optional<std::uint64_t> physicalMemoryBytes() const override;
 
  private:
   std::filesystem::path root_;

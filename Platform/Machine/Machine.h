@@ -17,6 +17,8 @@ class Machine {
   virtual std::optional<std::string> identity() const = 0;
   /// Bytes that this account may still write on the volume that holds `path`; absent when the path doesn't exist.
   virtual std::optional<std::uint64_t> freeBytes(const std::filesystem::path& path) const = 0;
+  /// The memory built in, to the whole GiB: what the system keeps for itself counts in.
+  virtual std::optional<std::uint64_t> physicalMemoryBytes() const = 0;
 };
 
 }  // namespace halvo

@@ -95,10 +95,12 @@ class FakeMachine : public Machine {
   std::optional<std::int64_t> bootMs;
   std::optional<std::string> name;
   std::optional<std::uint64_t> free;
+  std::optional<std::uint64_t> memory;
 
   std::optional<std::int64_t> bootTimeMs() const override { return bootMs; }
   std::optional<std::string> identity() const override { return name; }
   std::optional<std::uint64_t> freeBytes(const std::filesystem::path&) const override { return free; }
+  std::optional<std::uint64_t> physicalMemoryBytes() const override { return memory; }
 };
 
 }  // namespace halvo

@@ -1,15 +1,18 @@
 #include "tests/support/LoopbackServer.h"
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -23,11 +26,24 @@ namespace halvo::test {
 namespace {
 
 /// False when the server is ending.
-bool waitReadable(int fd, int endFd) {
-  pollfd fds[] = {{fd, POLLIN, 0}, {endFd, POLLIN, 0}};
+bool waitFor(short events, int fd, int endFd) {
+  pollfd fds[] = {{fd, events, 0}, {endFd, POLLIN, 0}};
   while (::poll(fds, 2, -1) < 0) {
   }
   return fds[1].revents == 0;
+}
+bool waitReadable(int fd, int endFd) { return waitFor(POLLIN, fd, endFd); }
+
+/// Runs an operation on a TLS connection, whose socket does not block, to its end; what it answered, or 0 for a connection that is over.
+template <class Operation>
+int throughTLS(SSL* tls, int fd, int endFd, Operation&& operation) {
+  for (;;) {
+    const int done = operation();
+    if (done > 0) return done;
+    const auto wants = SSL_get_error(tls, done);
+    if (wants != SSL_ERROR_WANT_READ && wants != SSL_ERROR_WANT_WRITE) return 0;
+    if (!waitFor(wants == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT, fd, endFd)) return 0;
+  }
 }
 
 std::size_t contentLength(const std::string& head) {
@@ -44,12 +60,23 @@ struct LoopbackServer::State {
   std::optional<std::filesystem::path> socketPath;
   mutable std::mutex mutex;
   std::vector<Request> requests;
-  std::atomic<std::size_t> bytes{0};
+  std::atomic<std::size_t> bytes{0}, accepted{0};
+  std::shared_ptr<SSL_CTX> tls;
   std::vector<std::jthread> connections;
   std::jthread accepting;
 
   void serve(FileHandle client) {
     std::string received;
+    const std::unique_ptr<SSL, decltype(&SSL_free)> secured(tls ? SSL_new(tls.get()) : nullptr, SSL_free);
+    if (secured) {
+      // OpenSSL writes without a flag against it: a client that has gone must not end the program.
+      sigset_t brokenPipe;
+      sigemptyset(&brokenPipe), sigaddset(&brokenPipe, SIGPIPE);
+      pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+      ::fcntl(client.fd(), F_SETFL, O_NONBLOCK);
+      SSL_set_fd(secured.get(), client.fd());
+      if (throughTLS(secured.get(), client.fd(), end.fd(), [&] { return SSL_accept(secured.get()); }) == 0) return;
+    }
     for (;;) {
       const auto headEnd = received.find("\r\n\r\n");
       if (headEnd != std::string::npos && received.size() >= headEnd + 4 + contentLength(received)) {
@@ -58,13 +85,15 @@ struct LoopbackServer::State {
           const std::lock_guard hold(mutex);
           requests.push_back(request);
         }
-        Connection connection(client.fd(), end.fd());
+        Connection connection(client.fd(), end.fd(), secured.get());
         handler(request, connection);
         return;
       }
       char buffer[65536];
-      if (!waitReadable(client.fd(), end.fd())) return;
-      const auto count = ::recv(client.fd(), buffer, sizeof buffer, 0);
+      if (!secured && !waitReadable(client.fd(), end.fd())) return;
+      const auto count = secured ? throughTLS(secured.get(), client.fd(), end.fd(),
+                                              [&] { return SSL_read(secured.get(), buffer, sizeof buffer); })
+                                 : ::recv(client.fd(), buffer, sizeof buffer, 0);
       if (count <= 0) return;
       bytes += static_cast<std::size_t>(count);
       received.append(buffer, static_cast<std::size_t>(count));
@@ -75,6 +104,7 @@ struct LoopbackServer::State {
     while (waitReadable(listener.fd(), end.fd())) {
       FileHandle client(::accept4(listener.fd(), nullptr, nullptr, SOCK_CLOEXEC));
       if (!client) continue;
+      ++accepted;
       const int on = 1;
       ::setsockopt(client.fd(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
       connections.emplace_back([this, held = std::make_shared<FileHandle>(std::move(client))] { serve(std::move(*held)); });
@@ -89,7 +119,8 @@ std::string LoopbackServer::Request::path() const {
 
 void LoopbackServer::Connection::send(std::string_view bytes) {
   while (!bytes.empty()) {
-    const auto count = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const auto count = tls_ ? throughTLS(tls_, fd_, endFd_, [&] { return SSL_write(tls_, bytes.data(), static_cast<int>(bytes.size())); })
+                            : ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (count <= 0) return;
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
@@ -101,8 +132,15 @@ void LoopbackServer::Connection::sendInPieces(std::string_view bytes, std::size_
 
 void LoopbackServer::Connection::hang() { waitReadable(fd_, endFd_); }
 
-LoopbackServer::LoopbackServer(Handler handler, std::optional<std::filesystem::path> socketPath) : state_(std::make_unique<State>()) {
+bool LoopbackServer::Connection::hang(std::chrono::milliseconds time) {
+  pollfd fds[] = {{fd_, POLLIN, 0}, {endFd_, POLLIN, 0}};
+  return ::poll(fds, 2, static_cast<int>(time.count())) == 0;
+}
+
+LoopbackServer::LoopbackServer(Handler handler, std::optional<std::filesystem::path> socketPath, std::shared_ptr<SSL_CTX> tls)
+    : state_(std::make_unique<State>()) {
   state_->handler = std::move(handler);
+  state_->tls = std::move(tls);
   state_->listener = FileHandle(::socket(socketPath ? AF_UNIX : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const int fd = state_->listener.fd();
   int bound = -1;
@@ -119,7 +157,7 @@ LoopbackServer::LoopbackServer(Handler handler, std::optional<std::filesystem::p
     socklen_t size = sizeof address;
     bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), size);
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-    state_->baseURL = fmt::format("http://127.0.0.1:{}", ntohs(address.sin_port));
+    state_->baseURL = fmt::format("{}://127.0.0.1:{}", state_->tls ? "https" : "http", ntohs(address.sin_port));
   }
   if (bound != 0 || ::listen(fd, 16) != 0) throw std::runtime_error("the loopback server cannot listen: " + errnoText(errno));
   state_->accepting = std::jthread([state = state_.get()] { state->accept(); });
@@ -140,5 +178,7 @@ std::vector<LoopbackServer::Request> LoopbackServer::requests() const {
 }
 
 std::size_t LoopbackServer::bytesReceived() const { return state_->bytes; }
+
+std::size_t LoopbackServer::connections() const { return state_->accepted; }
 
 }  // namespace halvo::test

@@ -52,7 +52,7 @@ TEST(GateStandingNotes, render) {
                                                  {.atMs = 1, .text = "not before\nnoon", .scope = Scope::whetherToSpeak},
                                                  {.atMs = 2, .text = "folded", .foldedAtMs = 9},
                                                  {.atMs = 4, .text = "no jokes", .scope = Scope::whatToSay}};
-  const StandingMemory memory{.facts = {"studies history", " "}, .lessons = {"dislikes mornings"}};
+  const StandingMemory memory{.lessons = {"dislikes mornings"}, .facts = {{.text = "studies history"}, {.text = " "}}};
   EXPECT_EQ(GateStandingNotes::render(memory, corrections, Scope::whetherToSpeak),
             "What you have been told before, and still applies:\n- studies history\n- dislikes mornings\n"
             "- not before noon (they told you this directly)\n- later (they told you this directly)");

@@ -167,6 +167,9 @@ TEST(LinuxMachine, readsItsOwnFiles) {
   EXPECT_EQ(machine.identity(), std::nullopt);
   root.write("etc/machine-id", "0123abcd\n");
   EXPECT_EQ(machine.identity(), "0123abcd");
+  EXPECT_EQ(machine.physicalMemoryBytes(), std::nullopt);
+  root.write("proc/meminfo", "MemTotal:       16303956 kB\nMemFree:  1 kB\n");
+  EXPECT_EQ(machine.physicalMemoryBytes(), std::uint64_t{16} << 30);
   EXPECT_GT(machine.freeBytes(root.path()).value_or(0), 0u);
   EXPECT_EQ(machine.freeBytes(root.path() / "missing"), std::nullopt);
 }
