@@ -116,6 +116,23 @@ JSONValue::Array tools(const std::vector<ToolSpec>& tools) {
   return encoded;
 }
 
+JSONObject commonMembers(const Body& request) {
+  const auto& options = request.options;
+  JSONObject object{{"model", request.model}, {"stream", request.streaming == Streaming::yes}, {"max_tokens", options.maxTokens}};
+  if (options.seed) object.set("seed", *options.seed);
+  if (options.logprobs) {
+    object.set("logprobs", true);
+    if (options.topLogprobs) object.set("top_logprobs", *options.topLogprobs);
+  }
+  if (!request.tools.empty()) object.set("tools", tools(request.tools));
+  return object;
+}
+
+std::string encoded(JSONObject body, const ChatOptions& options) {
+  auto text = JSONValue(std::move(body)).dump();
+  return options.responseSchemaJSON ? withResponseSchema(std::move(text), *options.responseSchemaJSON) : text;
+}
+
 std::string withResponseSchema(std::string encodedBody, std::string_view schemaJSON) {
   const auto parsed = JSONValue::parse(schemaJSON);
   if (!parsed || !parsed->objectValue()) throw JSONEncodingError("the response schema is not a JSON object");

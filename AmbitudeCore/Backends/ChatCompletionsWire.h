@@ -23,6 +23,20 @@ JSONValue::Array messages(const std::vector<ChatMessage>& messages, const Messag
 /// {"type": "function", "function": {...}} for each tool.
 JSONValue::Array tools(const std::vector<ToolSpec>& tools);
 
+enum class Streaming { no, yes };
+struct Body {
+  std::string_view model = {};
+  const std::vector<ChatMessage>& messages;
+  const std::vector<ToolSpec>& tools;
+  const ChatOptions& options;
+  Streaming streaming = Streaming::no;
+};
+/// The members that every server's request has, but for its messages: model, stream, max_tokens, and, when they are set, seed, logprobs,
+/// top_logprobs and tools.
+JSONObject commonMembers(const Body& request);
+/// A body as text: keys sorted, the response schema last when the options have one. Throws `JSONEncodingError`.
+std::string encoded(JSONObject body, const ChatOptions& options);
+
 /// An encoded body with a response schema spliced in as the text it is, so that its key order survives (a model writes keys in the schema's
 /// order). Throws `JSONEncodingError` when the schema is no JSON object.
 std::string withResponseSchema(std::string encodedBody, std::string_view schemaJSON);

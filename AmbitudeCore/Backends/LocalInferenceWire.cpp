@@ -2,19 +2,16 @@
 
 #include <fmt/format.h>
 
+#include "AmbitudeCore/Backends/ChatExchange.h"
 #include "AmbitudeCore/Backends/ModelBackendError.h"
 #include "CaptureShared/Net/URLParts.h"
 
 namespace halvo::LocalInferenceWire {
 namespace {
 
-constexpr std::string_view chatPath = "v1/chat/completions";
-
-JSONObject promptParts(const Body& request) {
-  JSONObject object{{"messages", ChatCompletionsWire::messages(request.messages)},
-                    {"chat_template_kwargs", JSONObject{{"enable_thinking", request.options.think}}}};
-  if (!request.tools.empty()) object.set("tools", ChatCompletionsWire::tools(request.tools));
-  return object;
+void setPrompt(JSONObject& object, const Body& request) {
+  object.set("messages", ChatCompletionsWire::messages(request.messages));
+  object.set("chat_template_kwargs", JSONObject{{"enable_thinking", request.options.think}});
 }
 
 std::string encoded(const SmallCall& call) {
@@ -24,11 +21,7 @@ std::string encoded(const SmallCall& call) {
                     {"stream", false},
                     {"chat_template_kwargs", JSONObject{{"enable_thinking", false}}}};
   if (call.jsonReply) object.set("response_format", JSONObject{{"type", "json_object"}});
-  try {
-    return JSONValue(std::move(object)).dump();
-  } catch (const JSONEncodingError& error) {
-    throw ModelBackendError::invalidResponse(fmt::format("failed to encode request body: {}", error.what()));
-  }
+  return ChatExchange::encodedOrThrow([&] { return JSONValue(std::move(object)).dump(); });
 }
 
 }  // namespace
@@ -43,22 +36,17 @@ std::string baseURL(std::string_view chatEndpoint) {
 }
 
 std::string body(const Body& request) {
-  auto object = promptParts(request);
-  object.set("model", request.model);
-  object.set("stream", request.streaming == Streaming::yes);
-  object.set("max_tokens", request.options.maxTokens);
-  if (request.options.seed) object.set("seed", *request.options.seed);
-  if (request.options.logprobs) {
-    object.set("logprobs", true);
-    if (request.options.topLogprobs) object.set("top_logprobs", *request.options.topLogprobs);
-  }
-  auto text = JSONValue(std::move(object)).dump();
-  if (request.options.responseSchemaJSON)
-    text = ChatCompletionsWire::withResponseSchema(std::move(text), *request.options.responseSchemaJSON);
-  return text;
+  auto object = ChatCompletionsWire::commonMembers(request);
+  setPrompt(object, request);
+  return ChatCompletionsWire::encoded(std::move(object), request.options);
 }
 
-std::string templateBody(const Body& request) { return JSONValue(promptParts(request)).dump(); }
+std::string templateBody(const Body& request) {
+  JSONObject object;
+  setPrompt(object, request);
+  if (!request.tools.empty()) object.set("tools", ChatCompletionsWire::tools(request.tools));
+  return JSONValue(std::move(object)).dump();
+}
 
 JSONValue message(ChatRole role, std::string content) { return JSONObject{{"role", rawValue(role)}, {"content", std::move(content)}}; }
 
@@ -71,11 +59,7 @@ JSONValue imageMessage(std::string text, std::string_view pngBase64) {
 }
 
 std::string ask(const SmallCall& call, HTTPTransport& transport, const std::stop_token& stop) {
-  const HTTPRequest request{.method = "POST",
-                            .url = call.endpoint,
-                            .headers = {{"Content-Type", "application/json"}},
-                            .body = encoded(call),
-                            .timeoutSec = call.timeoutSec};
+  const auto request = ChatExchange::jsonPost(call.endpoint, encoded(call), call.timeoutSec);
   HTTPResponse response;
   try {
     response = transport.send(request, stop);

@@ -11,7 +11,8 @@
 /// The local inference server's addresses, request bodies and small calls.
 namespace halvo::LocalInferenceWire {
 
-/// `base` with "v1/chat/completions" behind it.
+inline constexpr std::string_view chatPath = "v1/chat/completions";
+/// `base` with `chatPath` behind it.
 std::string chatCompletionsURL(std::string_view base);
 /// The base URL of a full chat endpoint: what stands before "v1/chat/completions", else scheme and host alone.
 std::string baseURL(std::string_view chatEndpoint);
@@ -20,14 +21,7 @@ inline constexpr ChatCompletionsWire::ErrorWords errorWords{.notAnObject = "llam
                                                             .errorPrefix = "llama-server error: ",
                                                             .noMessage = "llama-server response had no choices[0].message"};
 
-enum class Streaming { no, yes };
-struct Body {
-  std::string_view model = {};
-  const std::vector<ChatMessage>& messages;
-  const std::vector<ToolSpec>& tools;
-  const ChatOptions& options;
-  Streaming streaming = Streaming::no;
-};
+using ChatCompletionsWire::Body, ChatCompletionsWire::Streaming;
 /// The encoded body of a chat request, keys sorted, the response schema last. Throws `JSONEncodingError`.
 std::string body(const Body& request);
 /// The parts of that body that decide its prompt, for "/apply-template". Throws `JSONEncodingError`.

@@ -5,41 +5,23 @@
 #include <fmt/format.h>
 
 #include "AmbitudeCore/Backends/ChatCompletionsWire.h"
+#include "AmbitudeCore/Backends/ChatExchange.h"
 #include "AmbitudeCore/Backends/LocalInferenceWire.h"
 #include "AmbitudeCore/Backends/ModelBackendError.h"
 #include "AmbitudeCore/Backends/RequestConformance.h"
-#include "AmbitudeCore/Backends/RequestDump.h"
-#include "AmbitudeCore/Backends/StreamAccumulator.h"
 #include "CaptureShared/Foundation/Text.h"
-#include "CaptureShared/Net/EventStreamReader.h"
-#include "CaptureShared/Net/TransportText.h"
 #include "CaptureShared/Net/URLParts.h"
 
 namespace halvo {
 namespace {
+
+using ChatExchange::encodedOrThrow, ChatExchange::jsonPost;
 
 constexpr double sideCallTimeoutSec = 10;  // "/props", "/apply-template", "/tokenize": all answered without the model
 constexpr double loadingWaitSec = 1;
 
 bool isLoading(const HTTPResponse& response) {
   return response.status == 503 && Text::lower(response.body).find("loading") != std::string::npos;
-}
-
-template <class Encode>
-std::string encodedOrThrow(Encode&& encode) {
-  try {
-    return encode();
-  } catch (const JSONEncodingError& error) {
-    throw ModelBackendError::invalidResponse(fmt::format("failed to encode request body: {}", error.what()));
-  }
-}
-
-HTTPRequest jsonPost(std::string url, std::string body, double timeoutSec) {
-  return {.method = "POST",
-          .url = std::move(url),
-          .headers = {{"Content-Type", "application/json"}},
-          .body = std::move(body),
-          .timeoutSec = timeoutSec};
 }
 
 }  // namespace
@@ -122,51 +104,20 @@ ChatResponse LocalModelBackend::send(const Call& call, const std::vector<ChatMes
 
   const auto request = jsonPost(
       config_.endpoint, encodedOrThrow([&] { return LocalInferenceWire::body(call.body(config_.model, messages)); }), config_.timeoutSec);
-  if (surroundings_.dumpDirectory && RequestDump::isEnabled(surroundings_.environment))
-    RequestDump::write({.method = request.method,
-                        .endpoint = request.url,
-                        .headers = request.headers,
-                        .body = request.body,
-                        .nowMs = surroundings_.clock.nowMs()},
-                       *surroundings_.dumpDirectory);
+  ChatExchange::dump(request, surroundings_);
   return exchange(call, request);
 }
 
 ChatResponse LocalModelBackend::exchange(const Call& call, const HTTPRequest& request) {
+  const ChatExchange::Dialect dialect{.words = LocalInferenceWire::errorWords};
   for (;;) {
-    StreamAccumulator accumulator;
-    EventStreamReader events;
-    const auto onData = [&](std::string_view text) {
-      const auto payload = JSONValue::parse(text);
-      if (!payload) return;
-      if (const auto message = ChatCompletionsWire::errorMessage(*payload))
-        throw ModelBackendError::invalidResponse(std::string(LocalInferenceWire::errorWords.errorPrefix) + *message);
-      if (const auto delta = accumulator.feed(*payload)) (*call.onDelta)(*delta);
-    };
-
-    HTTPResponse answer;
-    try {
-      if (call.onDelta) {
-        answer = transport_.stream(
-            request, [&](std::string_view bytes) { events.feed(bytes, onData); }, call.stop);
-        events.finish(onData);
-      } else {
-        answer = transport_.send(request, call.stop);
-      }
-    } catch (const TransportError& error) {
-      throw ModelBackendError::transportError(error.what());
+    auto outcome = ChatExchange::run(
+        request, {.transport = transport_, .dialect = dialect, .onDelta = call.onDelta, .clock = surroundings_.clock}, call.stop);
+    if (auto* response = std::get_if<ChatResponse>(&outcome)) {
+      response->servedBy = std::string(displayName);
+      return std::move(*response);
     }
-
-    if (answer.isSuccess()) {
-      auto response = call.onDelta ? accumulator.response() : ChatCompletionsWire::reply(answer.body, LocalInferenceWire::errorWords);
-      // A stream that just ends has been cut off on its way: what came so far is no reply.
-      if (call.onDelta && !events.isDone() && !accumulator.isFinished())
-        throw ModelBackendError::transportError(TransportText::connectionLost("the stream ended before its last event"));
-      if (call.onDelta && !accumulator.hasChoices())
-        throw ModelBackendError::invalidResponse("llama-server response had no choices[0].message");
-      response.servedBy = std::string(displayName);
-      return response;
-    }
+    auto& answer = std::get<HTTPResponse>(outcome);
     const auto nowMs = surroundings_.clock.nowMs();
     if (!isLoading(answer) || nowMs + static_cast<std::int64_t>(loadingWaitSec * 1000) >= call.deadlineMs)
       throw ModelBackendError::httpError(answer.status, std::move(answer.body));

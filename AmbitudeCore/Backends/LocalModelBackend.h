@@ -1,19 +1,16 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "AmbitudeCore/Backends/BackendSurroundings.h"
 #include "AmbitudeCore/Backends/LocalContextFit.h"
 #include "AmbitudeCore/Backends/ModelBackend.h"
-#include "CaptureShared/Foundation/Clock.h"
-#include "CaptureShared/Foundation/Environment.h"
 #include "CaptureShared/Foundation/LockedValue.h"
-#include "CaptureShared/Foundation/Log.h"
 #include "CaptureShared/Net/HTTPTransport.h"
 
 namespace halvo {
@@ -36,12 +33,7 @@ class LocalModelBackend : public ModelBackend {
   /// Assumed when the server does not tell its size.
   static constexpr std::int64_t assumedContextTokens = 8192;
 
-  struct Surroundings {
-    Clock clock = Clock::system();
-    LogSink log = {};
-    std::optional<std::filesystem::path> dumpDirectory = {};  ///< requests are dumped under it when the environment asks for it
-    Environment environment = {};                             ///< for the two debugging switches
-  };
+  using Surroundings = BackendSurroundings;
 
   /// `transport` outlives the backend.
   LocalModelBackend(LocalModelConfig config, HTTPTransport& transport, Surroundings surroundings);

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "AmbitudeCore/Backends/CoachServiceError.h"
 #include "CaptureShared/Net/TransportText.h"
 #include "CaptureShared/Privacy/SecretRedaction.h"
 
@@ -43,6 +44,12 @@ bool ModelBackendError::isTimeout() const { return kind_ == Kind::transportError
 
 bool ModelBackendError::isRetryableStatus(int status) {
   return status == 401 || status == 403 || status == 408 || status == 429 || (status >= 500 && status <= 599);
+}
+
+bool isRetryable(const std::exception& error) {
+  if (const auto* backend = dynamic_cast<const ModelBackendError*>(&error)) return backend->isRetryable();
+  const auto* service = dynamic_cast<const CoachServiceError*>(&error);
+  return service && service->isRetryable();
 }
 
 std::string describeError(const std::exception& error) {

@@ -22,6 +22,9 @@ class ModelBackendError : public std::runtime_error {
   int status() const { return status_; }              ///< 0 unless `httpError`
   const std::string& text() const { return text_; }  ///< the body of an `httpError`, else the text; not redacted
 
+  /// The same error in other words.
+  ModelBackendError withText(std::string text) const { return {kind_, status_, std::move(text)}; }
+
   bool isRetryable() const;
   /// A transport error whose text says that the request timed out.
   bool isTimeout() const;
@@ -39,6 +42,9 @@ class ModelBackendError : public std::runtime_error {
   int status_;
   std::string text_;
 };
+
+/// Whether a call that failed so may be made again: a `ModelBackendError` by its kind, a `CoachServiceError` by its flag, nothing else.
+bool isRetryable(const std::exception& error);
 
 /// An error as a log line: a `ModelBackendError` by its kind, anything else by its own words; secrets replaced by "[redacted]".
 std::string describeError(const std::exception& error);

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "AmbitudeCore/Backends/AlternatingRoles.h"
+
 namespace halvo {
 
 std::string Layer3SystemPrompt::build(const std::string& base, const std::optional<std::string>& instructions,
@@ -14,22 +16,8 @@ std::string Layer3SystemPrompt::build(const std::string& base, const std::option
 
 namespace Layer3PromptVariant {
 
-namespace {
-
-bool isPlain(const ChatMessage& message) { return !message.toolCalls && !message.toolName && message.role != ChatRole::tool; }
-
-}  // namespace
-
 Request forLocalModel(std::vector<ChatMessage> messages, std::vector<ToolSpec> tools) {
-  Request request{.tools = std::move(tools)};
-  for (auto& message : messages) {
-    auto& merged = request.messages;
-    if (!merged.empty() && merged.back().role == message.role && isPlain(merged.back()) && isPlain(message))
-      merged.back().content += "\n\n" + message.content;
-    else
-      merged.push_back(std::move(message));
-  }
-  return request;
+  return {.messages = AlternatingRoles::merged(std::move(messages)), .tools = std::move(tools)};
 }
 
 }  // namespace Layer3PromptVariant
