@@ -99,6 +99,16 @@ std::string activity(std::string_view text, std::string_view timePhrase) {
   return tidy;
 }
 
+/// What stands in the prompt as the person's own words about the coach.
+std::string taught(std::string_view system) {
+  constexpr std::string_view mark = " (they told you this directly)";
+  std::string told;
+  for (const auto line : Text::split(system, '\n'))
+    if (line.starts_with("- ") && line.ends_with(mark))
+      told += (told.empty() ? "You told me: " : "; ") + std::string(line.substr(2, line.size() - 2 - mark.size()));
+  return told.empty() ? "You have told me nothing about how to behave." : told + ".";
+}
+
 Reply aboutMessage(const Request& request, const std::string& text) {
   static const Regex quiet(R"(\b(?:quiet|leave me alone|stop (?:interrupting|bothering|asking)|don'?t (?:interrupt|bother))\b)",
                            Regex::Flag::caseless);
@@ -111,6 +121,12 @@ Reply aboutMessage(const Request& request, const std::string& text) {
     const auto words = fmt::format("Okay, quiet for {} minutes.", minutes);
     return {.text = words, .toolCalls = {{.name = "go_quiet", .arguments = JSONObject{{"minutes", minutes}, {"message", words}}}}};
   }
+  static const Regex correction(R"(^(?:please )?(?:don'?t|stop|never|always)\b)", Regex::Flag::caseless);
+  if (correction.matches(text) && request.offers("remember_correction"))
+    return {.text = "I will keep to that.",
+            .toolCalls = {{.name = "remember_correction", .arguments = JSONObject{{"correction", text}, {"lasts", "until_changed"}}}}};
+  static const Regex asksBack(R"(\bwhat (?:have|did) i (?:told|tell|taught|teach) you\b)", Regex::Flag::caseless);
+  if (asksBack.matches(text)) return {.text = taught(request.system)};
   if (thanks.matches(text)) return {.text = "All right."};
   const auto notes = activity(text, length ? length->phrase : std::string());
   const bool canWrite = request.offers("write_current_intention") && !notes.empty();

@@ -84,6 +84,8 @@ Prompt prompt(const Request& request) {
   if (system.starts_with("A classifier on this computer has just written one sentence")) return Prompt::reasonCheck;
   if (system.starts_with("You are the coaching voice in Lark")) return Prompt::coach;
   if (request.firstUser.starts_with("You decide whether Lark")) return Prompt::gate;
+  if (request.firstUser.starts_with("What this memory is for:"))
+    return request.firstUser.find("Candidate facts (index, text)") == std::string::npos ? Prompt::digest : Prompt::regeneration;
   return Prompt::other;
 }
 
@@ -112,6 +114,12 @@ Reply reply(const Request& request) {
       answer.toolCalls = std::move(said.toolCalls);
       break;
     }
+    case Prompt::digest:
+      answer.text = digest(request.firstUser);
+      break;
+    case Prompt::regeneration:
+      answer.text = regeneration(request.firstUser);
+      break;
     case Prompt::other:
       if (request.wantsJSON)
         answer.text = schemaInstance(request.schema.value_or(JSONObject{}));

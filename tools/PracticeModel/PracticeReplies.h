@@ -11,7 +11,7 @@
 namespace halvo::PracticeReplies {
 
 /// Which of the system's prompts a request carries.
-enum class Prompt { classifier, description, estimate, reasonCheck, gate, coach, other };
+enum class Prompt { classifier, description, estimate, reasonCheck, gate, coach, digest, regeneration, other };
 
 /// The parts of a chat request that a reply depends on.
 struct Request {
@@ -45,6 +45,10 @@ std::string estimate(std::string_view message);
 std::string reasonCheck(std::string_view message);
 std::string gate(std::string_view message);
 Reply coach(const Request& request);
+/// A period's numbered lines: what was declared or asserted becomes a fact with its line; with both sides heard, one lesson.
+std::string digest(std::string_view message);
+/// Keeps every candidate, and makes threads of the last twelve facts that begin with "working on ".
+std::string regeneration(std::string_view message);
 /// The smallest value that meets a JSON schema's required properties.
 std::string schemaInstance(const JSONValue& schema);
 
@@ -61,6 +65,8 @@ struct RawValues<PracticeReplies::Prompt> {
                                     std::pair{Prompt::reasonCheck, "reason-check"},
                                     std::pair{Prompt::gate, "gate"},
                                     std::pair{Prompt::coach, "coach"},
+                                    std::pair{Prompt::digest, "digest"},
+                                    std::pair{Prompt::regeneration, "regeneration"},
                                     std::pair{Prompt::other, "other"}};
 };
 

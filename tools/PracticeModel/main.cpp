@@ -22,7 +22,7 @@ constexpr const char* scriptHelp =
     "Fixed replies, one JSON object a line, used once each and in order before the rules: {\"text\", \"thinking\", \"tool_calls\": "
     "[{\"name\", "
     "\"arguments\"}], \"finish_reason\", \"delayMs\", \"for\"}; \"for\" keeps a line for one prompt: classifier, description, estimate, "
-    "reason-check, gate, coach or other";
+    "reason-check, gate, coach, digest, regeneration or other";
 
 constexpr const char* faultHelp =
     "Be a bad server: loading (503 on every path at first), slow (a pause, then piece by piece), hang (no answer ever), garbage (no HTTP), "

@@ -50,6 +50,23 @@ TEST(PracticeReplies, classify) {
   }
 }
 
+TEST(PracticeReplies, nightlyPrompts) {
+  const std::string preface = "What this memory is for: a coach reads it.\n\n";
+  const auto asked = [&](const std::string& prompt) {
+    return JSONValue::parse(PracticeReplies::reply({.lastRole = "user", .last = prompt, .firstUser = prompt}).text).value();
+  };
+  const auto digest = asked(preface + "Distil it.\n\n1. [03-04 12:00] declared: the essay\n2. [03-04 12:01] coach: Still?\n"
+                                      "3. [03-04 12:02] you: 4. yes\n\nRespond with ONLY the JSON object.");
+  EXPECT_EQ(digest.find("summary")->stringValue()->substr(0, 9), "3 line(s)");
+  EXPECT_EQ(digest.at({"facts", "0"})->dump(), R"({"provenance":"asserted","source_lines":[1],"text":"working on the essay"})");
+  EXPECT_EQ(digest.find("lessons")->arrayValue()->size(), 1u);
+  EXPECT_EQ(*asked(preface + "(quiet period, nothing logged)").find("summary"), JSONValue("Nothing was logged."));
+  EXPECT_EQ(asked(preface + "Organize.\n\nCandidate facts (index, text):\n[0] working on the essay\n[1] Blender is film\n\nCandidate lessons:\n- l\n\n"
+                            "The user's corrections:\n- fewer jokes\n\nRespond")
+                .dump(),
+            R"({"keep_fact_indices":[0,1],"lessons":["l"],"threads":[{"name":"the essay","notes":"declared","status":"active"}]})");
+}
+
 TEST(PracticeReplies, estimate) {
   const struct {
     const char* task;
@@ -120,6 +137,14 @@ TEST(PracticeReplies, gate) {
         JSONValue("they have been in Fire fox for 12 minutes; declared task is write the \"best\" essay, set at 15:00; the classifier's "
                   "latest observation is NOT_ALIGNED"));
   }
+}
+
+TEST(PracticeReplies, whatTheyTaught) {
+  const auto told = PracticeReplies::coach({.lastRole = "user", .last = "[15:00] don't ask twice", .toolNames = {"remember_correction"}});
+  ASSERT_EQ(told.toolCalls.size(), 1u);
+  EXPECT_EQ(told.toolCalls[0].arguments.dump(), R"({"correction":"don't ask twice","lasts":"until_changed"})");
+  const std::string system = "You are Lark\n\nWhat you have been told before, and still applies:\n- a fact\n- no jokes (they told you this directly)";
+  EXPECT_EQ(PracticeReplies::coach({.system = system, .lastRole = "user", .last = "[15:01] what have I told you?"}).text, "You told me: no jokes.");
 }
 
 TEST(PracticeReplies, coach) {
