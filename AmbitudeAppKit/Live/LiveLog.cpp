@@ -8,6 +8,8 @@
 #include <fmt/format.h>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeCore/Coach/AppChatEvents.h"
+#include "AmbitudeCore/Coach/CoachServiceStatus.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Records/TaskMinutes.h"
@@ -19,7 +21,11 @@ namespace {
 LiveLog::Line eventLine(const EventLogEvent& event) {
   auto text = [&](std::string_view key) { return event.text(key) ? *event.text(key) : std::string(); };
   if (event.type == "app_chat_message" && text("role") == "user") return {event.tsMs, LiveLog::Kind::user, text("text")};
-  if (event.type == "app_chat_message" && text("role") == "coach") return {event.tsMs, LiveLog::Kind::coach, text("text")};
+  if (event.type == "app_chat_message" && text("role") == "coach") {
+    const auto cause = AppChatEvents::fallbackCause(event);
+    const auto disclosed = cause ? " [" + disclosureLine(*cause, event.text("served_by") ? text("served_by") : "another model") + "]" : "";
+    return {event.tsMs, LiveLog::Kind::coach, text("text") + disclosed, text("thinking")};
+  }
   if (event.type == "task_declared") {
     auto words = event.text("notes") ? text("notes") : text("task");
     if (const auto minutes = cleanTaskMinutes(event.detail.find("horizon_minutes")))
@@ -29,6 +35,7 @@ LiveLog::Line eventLine(const EventLogEvent& event) {
     return {event.tsMs, LiveLog::Kind::declaration, words};
   }
   if (event.type == "task_cleared") return {event.tsMs, LiveLog::Kind::declaration, "(cleared)"};
+  if (auto told = CoachServiceStatus::displayText(event)) return {event.tsMs, LiveLog::Kind::trouble, std::move(*told)};
   if (const auto* told = event.text("user_reason")) return {event.tsMs, LiveLog::Kind::trouble, *told};
   const auto* reason = event.text("reason");
   return {event.tsMs, LiveLog::Kind::other, event.type + (reason ? ": " + *reason : "")};
@@ -56,6 +63,11 @@ const char* label(LiveLog::Kind kind) {
     case LiveLog::Kind::other: return "event";
   }
   return "";
+}
+
+std::string rendered(std::int64_t tsMs, std::string_view label, std::string_view text, const Calendar& calendar) {
+  const auto at = calendar.fields(tsMs);
+  return fmt::format("{:02}:{:02}:{:02}  {:<8}  {}", at.hour, at.minute, at.second, label, text);
 }
 
 }  // namespace
@@ -86,6 +98,7 @@ void LiveLog::take(Feed<Row>& feed, std::vector<Line>& lines, F&& lineOf) {
     if (!line || (isReset && line->tsMs <= shownBefore)) continue;
     feed.shownUpToMs = std::max(feed.shownUpToMs, line->tsMs);
     line->text = TerminalText::oneLine(line->text);
+    line->thinking = TerminalText::oneLine(line->thinking);
     lines.push_back(std::move(*line));
   }
 }
@@ -104,8 +117,11 @@ bool LiveLog::isConversation(Kind kind) {
 }
 
 std::string LiveLog::render(const Line& line, const Calendar& calendar) {
-  const auto at = calendar.fields(line.tsMs);
-  return fmt::format("{:02}:{:02}:{:02}  {:<8}  {}", at.hour, at.minute, at.second, label(line.kind), line.text);
+  return rendered(line.tsMs, label(line.kind), line.text, calendar);
+}
+
+std::string LiveLog::renderThinking(const Line& line, const Calendar& calendar) {
+  return line.thinking.empty() ? std::string() : rendered(line.tsMs, "thinking", line.thinking, calendar);
 }
 
 }  // namespace halvo

@@ -18,7 +18,7 @@ class LiveLog {
  public:
   enum class Kind {
     user,         ///< what the person said
-    coach,        ///< what Lark said
+    coach,        ///< what Lark said, and in brackets why another model than usual answered
     trouble,      ///< what the person is told went wrong
     declaration,  ///< an intention declared or cleared
     verdict,
@@ -29,6 +29,7 @@ class LiveLog {
     std::int64_t tsMs = 0;
     Kind kind = Kind::other;
     std::string text;  ///< one line, safe on a terminal
+    std::string thinking = {};  ///< likewise; what Lark thought before it said so, when the log holds that
   };
 
   explicit LiveLog(const std::filesystem::path& dataRoot);
@@ -40,6 +41,8 @@ class LiveLog {
   static bool isConversation(Kind kind);
   /// "14:02:07  verdict   NOT_ALIGNED [Firefox] ...".
   static std::string render(const Line& line, const Calendar& calendar);
+  /// The same for its thinking; empty when there is none.
+  static std::string renderThinking(const Line& line, const Calendar& calendar);
 
  private:
   template <class Row>

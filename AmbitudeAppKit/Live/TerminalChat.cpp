@@ -1,9 +1,12 @@
 #include "AmbitudeAppKit/Live/TerminalChat.h"
 
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "AmbitudeAppKit/Live/LiveLog.h"
+#include "AmbitudeAppKit/Live/LiveReply.h"
+#include "AmbitudeAppKit/Live/TerminalRegion.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
 #include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -22,17 +25,56 @@ std::int64_t sendUserMessage(const std::string& text, const std::filesystem::pat
   return now;
 }
 
-void TerminalChat::run(const std::stop_token& stop) {
-  LiveLog log(config_.dataRoot);
-  const auto showFromMs = Clock::system().nowMs() - config_.historyMs;
-  auto show = [&](bool isHistory) {
-    for (const auto& line : log.poll())
-      if ((config_.withLog || LiveLog::isConversation(line.kind)) && (!isHistory || line.tsMs >= showFromMs))
-        std::fputs((LiveLog::render(line, calendar_) + "\n").c_str(), config_.output);
-    // Whoever watched is gone.
+namespace {
+
+/// What is on the screen: settled lines, and at its foot the reply that is being written.
+class Screen {
+ public:
+  Screen(const TerminalChat::Config& config, const Calendar& calendar)
+      : config_(config),
+        calendar_(calendar),
+        log_(config.dataRoot),
+        reply_(CoachStream::url(config.dataRoot), config.withThinking),
+        isTerminal_(::isatty(::fileno(config.output))),
+        showFromMs_(Clock::system().nowMs() - config.historyMs) {}
+
+  /// One look at the files; false when whoever watched is gone.
+  bool show() {
+    std::string bytes;
+    for (const auto& line : log_.poll()) {
+      reply_.settle(line);
+      if ((!config_.withLog && !LiveLog::isConversation(line.kind)) || (isHistory_ && line.tsMs < showFromMs_)) continue;
+      bytes += foot_.erase();
+      if (const auto thinking = LiveLog::renderThinking(line, calendar_); config_.withThinking && !thinking.empty()) bytes += thinking + "\n";
+      bytes += LiveLog::render(line, calendar_) + "\n";
+    }
+    isHistory_ = false;
+    if (isTerminal_) bytes += foot_.draw(reply_.look(Clock::system().nowMs(), calendar_), size());
+    std::fputs(bytes.c_str(), config_.output);
     return std::fflush(config_.output) == 0 && !std::ferror(config_.output);
-  };
-  if (!show(true)) return;
+  }
+
+ private:
+  TerminalRegion::Size size() const {
+    winsize window{};
+    if (::ioctl(::fileno(config_.output), TIOCGWINSZ, &window) != 0 || window.ws_col == 0 || window.ws_row == 0) return {};
+    return {window.ws_col, window.ws_row};
+  }
+
+  const TerminalChat::Config& config_;
+  const Calendar& calendar_;
+  LiveLog log_;
+  LiveReply reply_;
+  TerminalRegion foot_;
+  bool isTerminal_, isHistory_ = true;
+  std::int64_t showFromMs_;
+};
+
+}  // namespace
+
+void TerminalChat::run(const std::stop_token& stop) {
+  Screen screen(config_, calendar_);
+  if (!screen.show()) return;
   LineSplitter typed;
   bool inputOpen = true;
   while (!stop.stop_requested()) {
@@ -50,7 +92,7 @@ void TerminalChat::run(const std::stop_token& stop) {
         inputOpen = false;
       }
     }
-    if (!show(false)) return;
+    if (!screen.show()) return;
   }
 }
 

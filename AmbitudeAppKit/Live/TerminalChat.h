@@ -5,11 +5,13 @@
 #include <stop_token>
 #include <string>
 
+#include "AmbitudeCore/Coach/CoachStreamReader.h"
 #include "CaptureShared/Foundation/Calendar.h"
 
 namespace halvo {
 
-/// The conversation in a terminal: shows it as it goes on, and sends each line that is typed. It lives off the event log alone.
+/// The conversation in a terminal: shows it as it goes on, and sends each line that is typed. It lives off the event log alone; on a real
+/// terminal the stream file shows each reply as it is written, until its row takes its place.
 class TerminalChat {
  public:
   struct Config {
@@ -19,7 +21,8 @@ class TerminalChat {
     std::FILE* output = stdout;
     std::int64_t historyMs = 24 * 3'600'000LL;  ///< how far back the conversation is shown at the start
     bool withLog = false;                       ///< verdicts, gate decisions and every event too
-    double pollSec = 0.3;
+    bool withThinking = false;                      ///< what Lark thinks is shown too
+    double pollSec = CoachStreamReader::pollSec;
   };
 
   TerminalChat(Config config, Calendar calendar);

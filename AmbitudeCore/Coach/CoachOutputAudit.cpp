@@ -138,7 +138,8 @@ Report sweep(std::span<const EventLogEvent> events) {
 
 namespace NightlyCoachOutputAudit {
 
-Result evaluate(std::span<const EventLogEvent> allEvents, std::int64_t asOfMs, double lookback) {
+Result evaluate(std::span<const EventLogEvent> allEvents, std::int64_t asOfMs, double lookback, std::optional<std::size_t> overallCount) {
+  const auto overall = overallCount.value_or(allEvents.size());
   const auto fromMs = asOfMs - static_cast<std::int64_t>(lookback * 3'600'000);
   const auto begin = std::lower_bound(allEvents.begin(), allEvents.end(), fromMs,
                                       [](const EventLogEvent& event, std::int64_t ms) { return event.tsMs < ms; });
@@ -147,11 +148,11 @@ Result evaluate(std::span<const EventLogEvent> allEvents, std::int64_t asOfMs, d
   Result result;
   if (begin == end) {
     const auto reason =
-        allEvents.empty()
+        overall == 0
             ? std::string("no events in the log yet -- nothing to check (fresh install).")
             : fmt::format(
                   "no events at all in the last {:g}h, though the log holds {} event(s) overall -- the event log itself has gone quiet",
-                  lookback, allEvents.size());
+                  lookback, overall);
     result.outcome = EmptyWindow{reason};
     result.logLines.push_back("coach output audit: not evaluated: " + reason);
     return result;

@@ -61,7 +61,9 @@ struct Result {
   std::vector<std::string> logLines = {};
   CoachOutputAudit::Report report = {};
 };
-Result evaluate(std::span<const EventLogEvent> allEvents, std::int64_t asOfMs, double lookback = lookbackHours);
+/// `overallCount`: the log's rows, for a caller that holds only the window; absent: those given.
+Result evaluate(std::span<const EventLogEvent> allEvents, std::int64_t asOfMs, double lookback = lookbackHours,
+                std::optional<std::size_t> overallCount = {});
 
 /// The event that keeps an outcome; absent for a clean one.
 std::optional<EventLogEvent> event(const Result& result, std::int64_t asOfMs);

@@ -223,6 +223,26 @@ std::vector<EventLogEvent> baseEvents(const ChatResponse& response, std::int64_t
   return events;
 }
 
+std::vector<EventLogEvent> withoutCorrections(std::vector<EventLogEvent> events) {
+  constexpr const char* notSaved = "Not recorded — the corrections could not be written just now, so nothing was saved.";
+  for (auto& row : events) {
+    if (row.type == "coach_correction_recorded")
+      row = event("tool_call_dropped", {{"name", "remember_correction"}, {"reason", "corrections could not be written"}}, row.tsMs);
+    auto* detail = row.type == "coach_decision" ? row.detail.mutableObject() : nullptr;
+    const auto* results = detail ? detail->find("tool_results") : nullptr;
+    if (!results || !results->arrayValue()) continue;
+    JSONValue::Array told;
+    for (const auto& result : *results->arrayValue()) {
+      const auto *name = result.find("name"), *text = result.find("text");
+      const bool isRecorded = name && *name == JSONValue("remember_correction") && text && text->stringValue() &&
+                              text->stringValue()->starts_with("Recorded: ");
+      told.push_back(isRecorded ? JSONValue(JSONObject{{"name", "remember_correction"}, {"text", notSaved}}) : result);
+    }
+    detail->set("tool_results", std::move(told));
+  }
+  return events;
+}
+
 EventLogEvent userDismissedUIEvent(std::int64_t asOfMs) { return event("ui_closed", {{"dismissed_by", "user"}}, asOfMs); }
 
 }  // namespace halvo::CoachTurnEffects

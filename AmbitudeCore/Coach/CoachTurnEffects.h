@@ -52,6 +52,10 @@ std::vector<EventLogEvent> baseEvents(const ChatResponse& response, std::int64_t
 /// The reply's words as they are shown: its text without silence and leaked calls, else the `message` of its tools, else empty.
 std::string spokenText(const ChatResponse& response, const ToolEffects& effects);
 
+/// The same turn without the corrections it was to record, because they could not be kept: each gives way to a marker, and the coach reads that
+/// nothing was saved.
+std::vector<EventLogEvent> withoutCorrections(std::vector<EventLogEvent> events);
+
 /// A `ui_closed` by the person.
 EventLogEvent userDismissedUIEvent(std::int64_t asOfMs);
 

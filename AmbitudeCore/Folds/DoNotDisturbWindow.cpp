@@ -1,5 +1,6 @@
 #include "AmbitudeCore/Folds/DoNotDisturbWindow.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "AmbitudeCore/Folds/EventScan.h"
@@ -33,5 +34,23 @@ std::optional<DoNotDisturbWindow> DoNotDisturbWindow::latest(std::span<const Eve
 }
 
 bool DoNotDisturbWindow::isBlind() const { return !expectation || Text::isBlank(*expectation); }
+
+EventLogEvent DoNotDisturbEvent::make(const Request& request) {
+  JSONObject detail{{"until_ts_ms", request.asOfMs + request.minutes * 60'000}, {"minutes", request.minutes}};
+  if (request.expectation) detail.set("expectation", *request.expectation);
+  return {.tsMs = request.asOfMs, .type = std::string(EventType::doNotDisturb), .detail = std::move(detail)};
+}
+
+EventLogEvent DoNotDisturbEndedEvent::make(const End& end) {
+  JSONObject detail{{"window_start_ts_ms", end.windowStartMs}, {"reason", rawValue(end.reason)}};
+  if (end.detail) detail.set("detail", *end.detail);
+  return {.tsMs = end.asOfMs, .type = std::string(EventType::doNotDisturbEnded), .detail = std::move(detail)};
+}
+
+bool DoNotDisturbEndedEvent::isThere(std::span<const EventLogEvent> events, const DoNotDisturbWindow& window) {
+  return std::ranges::any_of(events, [&](const EventLogEvent& event) {
+    return event.type == EventType::doNotDisturbEnded && integer(event, "window_start_ts_ms") == window.startMs;
+  });
+}
 
 }  // namespace halvo

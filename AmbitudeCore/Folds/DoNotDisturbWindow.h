@@ -43,4 +43,27 @@ struct DoNotDisturbWindow {
   bool operator==(const DoNotDisturbWindow&) const = default;
 };
 
+/// The `do_not_disturb` event: the coach holds its messages from `asOfMs` on.
+namespace DoNotDisturbEvent {
+struct Request {
+  std::int64_t minutes = 0;
+  std::optional<std::string> expectation = {};
+  std::int64_t asOfMs = 0;
+};
+EventLogEvent make(const Request& request);
+}  // namespace DoNotDisturbEvent
+
+/// The `do_not_disturb_ended` event.
+namespace DoNotDisturbEndedEvent {
+struct End {
+  std::int64_t windowStartMs = 0;
+  DoNotDisturbEndReason reason = DoNotDisturbEndReason::expired;
+  std::optional<std::string> detail = {};
+  std::int64_t asOfMs = 0;
+};
+EventLogEvent make(const End& end);
+/// Whether one stands in the log for the window, of whatever reason.
+bool isThere(std::span<const EventLogEvent> events, const DoNotDisturbWindow& window);
+}  // namespace DoNotDisturbEndedEvent
+
 }  // namespace halvo

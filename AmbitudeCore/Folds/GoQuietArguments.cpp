@@ -19,6 +19,7 @@ bool asksForRestOfDay(const JSONValue* value) {
 
 /// Whole minutes without a point, others as short as they can be told.
 std::string shown(double minutes) { return fmt::format("{:g}", minutes); }
+std::string limits(std::string_view between) { return shown(minMinutes) + std::string(between) + shown(maxMinutes); }
 }  // namespace
 
 Parsed parse(const JSONValue& arguments) {
@@ -34,13 +35,12 @@ std::string resultText(const Parsed& parsed) {
       parsed, [](const RestOfDay&) { return std::string("Quiet for the rest of today."); },
       [](const Minutes& minutes) {
         if (minutes.requested == minutes.applied) return "Quiet for " + shown(minutes.applied) + " minutes.";
-        const auto* why = minutes.requested < minMinutes ? "that is too short, and " : "that is too long, and ";
-        return "Quiet for " + shown(minutes.applied) + " minutes — NOT the " + shown(minutes.requested) + " you sent: " + why +
-               "`minutes` must be " + shown(minMinutes) + " to " + shown(maxMinutes) + ", so it was set to " + shown(minutes.applied) +
+        return "Quiet for " + shown(minutes.applied) + " minutes — NOT the " + shown(minutes.requested) +
+               " you sent: `minutes` must be between " + limits(" and ") + ", so it was set to " + shown(minutes.applied) +
                ". If that is not what they asked for, tell them.";
       },
       [](const Malformed&) {
-        return "Not applied — no usable `minutes` (" + shown(minMinutes) + " to " + shown(maxMinutes) + ") " +
+        return "Not applied — no usable `minutes` (" + limits("-") + ") " +
                "or `rest_of_day` was given, so no quiet window exists.";
       });
 }

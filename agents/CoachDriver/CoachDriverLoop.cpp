@@ -19,6 +19,7 @@
 #include "AmbitudeCore/Gate/GateUnconstrainedFlag.h"
 #include "AmbitudeCore/Gate/Layer3Flag.h"
 #include "AmbitudeCore/Gate/Layer3Floor.h"
+#include "AmbitudeCore/Memory/MemoryWipeFilter.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Intention/EventLog.h"
@@ -79,10 +80,20 @@ std::optional<FileIdentity> identityOf(const std::filesystem::path& file) {
 
 CoachDriverLoop::CoachDriverLoop(CoachSurroundings surroundings)
     : surroundings_(std::move(surroundings)),
+      service_(*surroundings_.backend, {.countsTransportFailures = !surroundings_.coachPrimaryIsLocal}, surroundings_.clock,
+               [this](const EventLogEvent& event) { turns_.append({event}); }),
       turns_(surroundings_),
       logs_(DataPaths::events(surroundings_.dataRoot), DataPaths::checkerLog(surroundings_.dataRoot), surroundings_.log,
             DriverRetention::keep(surroundings_.clock.nowMs())),
-      cadence_(GatePollingCadence::Config::fromEnvironment(surroundings_.environment)) {}
+      memory_(surroundings_.dataRoot, surroundings_.log),
+      corrections_(CoachCorrectionsLog::defaultURL(surroundings_.dataRoot), surroundings_.log),
+      doNotDisturb_({.localModel = surroundings_.coachPrimaryIsLocal ? surroundings_.backend : nullptr,
+                     .calendar = surroundings_.calendar,
+                     .append = [this](const EventLogEvent& event) { turns_.append({event}); },
+                     .log = surroundings_.log}),
+      cadence_(GatePollingCadence::Config::fromEnvironment(surroundings_.environment)) {
+  surroundings_.backend = &service_;
+}
 
 void CoachDriverLoop::logChange(std::string& last, const std::string& line) {
   if (line == last) return;
@@ -159,7 +170,8 @@ void CoachDriverLoop::wake(const std::stop_token& stop) {
   if (!floor) return;
   moment.floorMs = *floor;
   moment.preferences = readPreferences();
-  moment.corrections = CoachCorrectionsLog::inForce(CoachCorrectionsLog::fromEvents(moment.events), moment.asOfMs);
+  recall(moment);
+  service_.resume(moment.events);
   act(moment,
       Layer3Trigger::evaluate({.events = moment.events,
                                .ticks = moment.ticks,
@@ -168,6 +180,7 @@ void CoachDriverLoop::wake(const std::stop_token& stop) {
                                .environment = surroundings_.environment,
                                .callHold = CallHoldControl::read(surroundings_.environment, surroundings_.callHoldOverride)}),
       stop);
+  doNotDisturb_.look({.events = moment.events, .ticks = moment.ticks, .asOfMs = moment.asOfMs}, stop);
 }
 
 void CoachDriverLoop::act(const Moment& moment, const Layer3Trigger::Outcome& outcome, const std::stop_token& stop) {
@@ -194,7 +207,8 @@ void CoachDriverLoop::reply(const Moment& moment, const std::stop_token& stop) {
               .asOfMs = moment.asOfMs,
               .identity = identity,
               .preferences = moment.preferences,
-              .corrections = moment.corrections},
+              .corrections = moment.corrections,
+              .memory = moment.memory},
              stop);
 }
 
@@ -246,7 +260,7 @@ std::optional<GateOutcome> CoachDriverLoop::askGate(const Moment& moment, const 
                          CaptureWindowReader::read({.signalsPath = DataPaths::signalsDB(surroundings_.dataRoot), .asOfMs = moment.asOfMs}),
                      .calendar = surroundings_.calendar},
            .lowEffort = lowEffort,
-           .standingNotes = GateStandingNotes::render(std::nullopt, moment.corrections, CoachCorrection::Scope::whetherToSpeak),
+           .standingNotes = GateStandingNotes::render(moment.memory, moment.corrections, CoachCorrection::Scope::whetherToSpeak),
            .userInstructions = UserStandingInstructionsRendering::forGate(moment.preferences.gateInstructions)}),
       .maxTokens = gateMaxTokens,
       .sessionID = CoachGateSessionID::value(lowEffort),
@@ -268,6 +282,7 @@ bool CoachDriverLoop::checkIn(const Moment& moment, const std::string& summary, 
                      .checkinSummary = summary,
                      .preferences = moment.preferences,
                      .corrections = moment.corrections,
+                     .memory = moment.memory,
                      .before = std::move(before)},
                     watch.token());
 }
@@ -280,6 +295,13 @@ void CoachDriverLoop::recordDecision(const Moment& moment, const GateOutcome& ou
   } catch (const std::exception& error) {
     surroundings_.log(std::string("could not record gate decision: ") + error.what());
   }
+}
+
+void CoachDriverLoop::recall(Moment& moment) {
+  const auto& remembered = memory_.read();
+  if (moment.preferences.standingMemoryEnabled) moment.memory = remembered.memory;
+  moment.corrections = MemoryWipeFilter::corrections(
+      CoachCorrectionsLog::inForce(corrections_.read(moment.events), moment.asOfMs), remembered.wipeAtMs);
 }
 
 CoachPreferences CoachDriverLoop::readPreferences() {

@@ -10,8 +10,12 @@
 #include "AmbitudeCore/Gate/GatePollingCadence.h"
 #include "AmbitudeCore/Gate/GateUnconstrainedBreaker.h"
 #include "AmbitudeCore/Gate/Layer3Trigger.h"
+#include "AmbitudeCore/Memory/StandingMemoryReader.h"
 #include "CaptureShared/EventLog/RetainedDriverLog.h"
 #include "agents/CoachDriver/CoachTurns.h"
+#include "agents/CoachDriver/CorrectionsReader.h"
+#include "agents/CoachDriver/DoNotDisturbKeeper.h"
+#include "agents/CoachDriver/ServiceWatch.h"
 
 namespace halvo {
 
@@ -39,6 +43,7 @@ class CoachDriverLoop {
     std::int64_t eventsSize = 0;  ///< bytes of the event log that were read
     CoachPreferences preferences = {};
     std::vector<CoachCorrection> corrections = {};
+    std::optional<StandingMemory> memory = {};
   };
 
   void act(const Moment& moment, const Layer3Trigger::Outcome& outcome, const std::stop_token& stop);
@@ -49,13 +54,19 @@ class CoachDriverLoop {
   void recordDecision(const Moment& moment, const GateOutcome& outcome);
   GatePollingCadence::Moment cadenceMoment(const Moment& moment) const;
   CoachPreferences readPreferences();
+  /// What was taught and learned, less what was to be forgotten.
+  void recall(Moment& moment);
   void waitForNews(const std::stop_token& stop);
   /// Logs a line when it differs from the last one under the same heading: once, not at each wake.
   void logChange(std::string& last, const std::string& line);
 
   CoachSurroundings surroundings_;
+  ServiceWatch service_;  ///< from its making on, the backend of `surroundings_`
   CoachTurns turns_;
   RetainedDriverLog logs_;
+  StandingMemoryReader memory_;
+  CorrectionsReader corrections_;
+  DoNotDisturbKeeper doNotDisturb_;
   GatePollingCadence::WakeGuard guard_;
   GatePollingCadence::Config cadence_;
   GateUnconstrainedBreaker breaker_{gateMaxBackoffTicks};

@@ -1,11 +1,13 @@
 #include "agents/CoachDriver/CoachTurns.h"
 
+#include <algorithm>
 #include <memory>
 #include <system_error>
 
 #include <fmt/format.h>
 
 #include "AmbitudeCore/Backends/ModelBackendError.h"
+#include "AmbitudeCore/Backends/Remote/OpenRouterSessionID.h"
 #include "AmbitudeCore/Backends/TurnUsageLog.h"
 #include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "AmbitudeCore/Coach/AppChatEvents.h"
@@ -16,6 +18,7 @@
 #include "AmbitudeCore/Coach/Layer3Conversation.h"
 #include "AmbitudeCore/Coach/Layer3SystemPrompt.h"
 #include "AmbitudeCore/Coach/Layer3TurnEffects.h"
+#include "AmbitudeCore/Folds/CoachCorrectionsLog.h"
 #include "AmbitudeCore/Folds/UserStandingInstructionsRendering.h"
 #include "AmbitudeCore/Gate/GateStandingNotes.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -32,7 +35,7 @@ class Stream {
  public:
   Stream(const CoachSurroundings& surroundings, std::int64_t asOfMs) : log_(surroundings.log) {
     guarded(
-        [&] { writer_ = std::make_unique<CoachStreamWriter>(CoachStream::url(surroundings.dataRoot), fmt::format("turn-{}", asOfMs)); });
+        [&] { writer_ = std::make_unique<CoachStreamWriter>(CoachStream::url(surroundings.dataRoot), CoachStream::turnID(asOfMs)); });
   }
   ~Stream() {
     guarded([&] { writer_->finish(); });
@@ -60,20 +63,31 @@ class Stream {
   bool broken_ = false;
 };
 
+/// The identity of the conversation as a remote service knows it: the same from turn to turn while it begins the same.
+std::string sessionID(const CoachTurns::Turn& turn, const std::optional<std::string>& instructions, std::vector<std::string> notes) {
+  const auto first = std::find_if(turn.events.begin(), turn.events.end(), [&](const auto& event) { return event.tsMs >= turn.floorMs; });
+  if (instructions) notes.insert(notes.begin(), *instructions);
+  const auto beginning = first == turn.events.end() ? std::vector<EventLogEvent>{} : std::vector{*first};
+  return OpenRouterSessionID::derive(beginning, notes, {}, turn.asOfMs);
+}
+
 Layer3TurnRequest requestOf(const CoachTurns::Turn& turn, const CoachSurroundings& surroundings,
                             const std::vector<ChatMessage>& conversation) {
   const auto variant = surroundings.coachPrimaryIsLocal ? Layer3Prompt::Variant::local : Layer3Prompt::Variant::online;
   std::vector<std::string> notes;
-  if (auto taught = GateStandingNotes::render(std::nullopt, turn.corrections, CoachCorrection::Scope::whatToSay))
+  if (auto taught = GateStandingNotes::render(turn.memory, turn.corrections, CoachCorrection::Scope::whatToSay))
     notes.push_back(std::move(*taught));
-  std::vector<ChatMessage> messages{ChatMessage::system(Layer3SystemPrompt::build(
-      Layer3Prompt::text(variant), UserStandingInstructionsRendering::forCoach(turn.preferences.coachInstructions), notes))};
+  const auto instructions = UserStandingInstructionsRendering::forCoach(turn.preferences.coachInstructions);
+  std::vector<ChatMessage> messages{ChatMessage::system(Layer3SystemPrompt::build(Layer3Prompt::text(variant), instructions, notes))};
   messages.insert(messages.end(), conversation.begin(), conversation.end());
   Layer3PromptVariant::Request fitted{std::move(messages), Layer3Tools::all()};
   if (surroundings.coachPrimaryIsLocal) fitted = Layer3PromptVariant::forLocalModel(std::move(fitted.messages), std::move(fitted.tools));
   return {.messages = std::move(fitted.messages),
           .tools = std::move(fitted.tools),
-          .options = {.maxTokens = maxTokens, .think = true, .turn = turn.checkinSummary ? ChatTurn::background : ChatTurn::reply},
+          .options = {.maxTokens = maxTokens,
+                      .think = true,
+                      .sessionID = surroundings.coachPrimaryIsLocal ? std::nullopt : std::optional(sessionID(turn, instructions, notes)),
+                      .turn = turn.checkinSummary ? ChatTurn::background : ChatTurn::reply},
           .asOfMs = turn.asOfMs,
           .correctJudgment = CorrectJudgmentGuard::verdict(conversation)};
 }
@@ -120,6 +134,32 @@ void CoachTurns::fail(const Turn& turn, const std::string& reason, const std::op
   append(events);
 }
 
+std::vector<std::int64_t> CoachTurns::keepCorrections(const Turn& turn, std::vector<EventLogEvent>& events) const {
+  const auto recorded = CoachCorrectionsLog::fromEvents(events);
+  if (recorded.empty()) return {};
+  const auto url = CoachCorrectionsLog::defaultURL(surroundings_.dataRoot);
+  std::vector<std::int64_t> kept;
+  try {
+    // A file that was lost, or never was, begins with what the log holds.
+    CoachCorrectionsLog::restore(CoachCorrectionsLog::fromEvents(turn.events), url);
+    for (const auto& correction : recorded) kept.push_back(CoachCorrectionsLog::write(correction, url));
+    return kept;
+  } catch (const std::exception& error) {
+    surroundings_.log(std::string("layer3: a correction was not kept: ") + error.what());
+    forgetCorrections(kept);
+    events = CoachTurnEffects::withoutCorrections(std::move(events));
+    return {};
+  }
+}
+
+void CoachTurns::forgetCorrections(const std::vector<std::int64_t>& atMsValues) const {
+  for (const auto atMs : atMsValues) try {
+      CoachCorrectionsLog::erase(atMs, CoachCorrectionsLog::defaultURL(surroundings_.dataRoot));
+    } catch (const std::exception& error) {
+      surroundings_.log(std::string("layer3: a correction of a turn that failed stays in its file: ") + error.what());
+    }
+}
+
 bool CoachTurns::run(const Turn& turn, const std::stop_token& stop) {
   const Layer3Request::Turn view{.events = turn.events, .floorMs = turn.floorMs, .asOfMs = turn.asOfMs};
   const auto conversation = turn.checkinSummary ? Layer3Request::forCheckin(view, *turn.checkinSummary, surroundings_.calendar)
@@ -159,8 +199,10 @@ bool CoachTurns::run(const Turn& turn, const std::stop_token& stop) {
     fail(turn, reason ? *reason : "no reply", CoachTurnFailureCopy::noReply(request.options.turn));
     return false;
   }
+  const auto kept = keepCorrections(turn, events);
   events.insert(events.begin(), turn.before.begin(), turn.before.end());
   if (!append(events)) {
+    forgetCorrections(kept);  // the next try records them anew
     // A full disk: without a pause the model would be asked again at every wake.
     putOff(turn, "its rows could not be written");
     return false;

@@ -20,6 +20,7 @@
 #include "CaptureShared/Intention/IntentionWriter.h"
 #include "CaptureShared/Records/CoachCorrection.h"
 #include "CaptureShared/Records/EventLogEvent.h"
+#include "CaptureShared/Records/StandingMemory.h"
 
 namespace halvo {
 
@@ -52,6 +53,7 @@ class CoachTurns {
     std::optional<std::int64_t> identity = {};       ///< the turn's cause, for the back-off
     CoachPreferences preferences = {};
     std::vector<CoachCorrection> corrections = {};   ///< in force
+    std::optional<StandingMemory> memory = {};       ///< what was learned of earlier days
     std::vector<EventLogEvent> before = {};          ///< appended in front of the turn's own events when it delivers
   };
   /// Whether words reached the person. Failures become a log line and events. Throws `Cancelled` alone, and then nothing was written.
@@ -72,6 +74,10 @@ class CoachTurns {
   void fail(const Turn& turn, const std::string& reason, const std::optional<std::string>& userReason,
             const std::optional<EventLogEvent>& marker = {});
   void putOff(const Turn& turn, const std::string& reason);
+  /// Writes the corrections that a turn recorded to their own file and answers their times there. When that fails the turn goes on without
+  /// them.
+  std::vector<std::int64_t> keepCorrections(const Turn& turn, std::vector<EventLogEvent>& events) const;
+  void forgetCorrections(const std::vector<std::int64_t>& atMsValues) const;
 
   const CoachSurroundings& surroundings_;
   TurnFailureBackoff backoff_;

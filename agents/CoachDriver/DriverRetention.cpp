@@ -12,9 +12,10 @@ namespace {
 
 bool staysForGood(std::string_view type) {
   using namespace EventType;
-  static constexpr std::array lasting{taskDeclared,       taskCleared,        coachCheckin,      uiOpened,        uiClosed,
-                                      userQuietRequested, userQuietCancelled, inCallBegan,       inCallEnded,     onboardingStarted,
-                                      onboardingReset,    correctionRecorded, onboardingSetupFinished};
+  static constexpr std::array lasting{taskDeclared,       taskCleared,         coachCheckin,        uiOpened,
+                                      uiClosed,           userQuietRequested,  userQuietCancelled,  inCallBegan,
+                                      inCallEnded,        onboardingStarted,   onboardingReset,     onboardingSetupFinished,
+                                      correctionRecorded, coachServiceProblem, coachServiceRestored};
   for (const auto lastingType : lasting)
     if (type == lastingType) return true;
   return false;

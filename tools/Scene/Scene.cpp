@@ -1,11 +1,13 @@
 #include "tools/Scene/Scene.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <system_error>
 
 #include <unistd.h>
 
+#include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Clock.h"
 
@@ -69,6 +71,11 @@ bool Scene::play() {
     reached(Step::said);
     expect("Lark's answer", 60, [&] { return household_->messageTime("coach", saidMs).has_value(); });
     reached(Step::answered);
+    if (remote_) loseTheService();
+    if (options_.isQuiet) {
+      beLeftAlone();
+      teach();
+    }
 
     print("* the session locks");
     desktop_->lockSession();
@@ -89,10 +96,27 @@ void Scene::prepare() {
   desktop_ = std::make_unique<test::Desktop>();
   household_ = std::make_unique<test::Household>(options_.bin, options_.work, *desktop_);
   household_->startModel();
+  if (options_.isRemote) {
+    remote_ = std::make_unique<RemoteCoach>();
+    for (const auto& [key, setting] : remote_->environment()) household_->environment[key] = setting;
+  }
   for (const auto& [key, setting] : options_.more) household_->environment[key] = setting;
-  print("* a private desktop, the practice model, and the agents");
+  print(std::string("* a private desktop, the practice model") + (remote_ ? ", a remote service of our own" : "") + ", and the agents");
   for (const char* agent : {"Signals", "ClassifierVerify", "CoachDriver"}) household_->start(agent);
   live_ = std::make_unique<LiveLog>(dataRoot());
+}
+
+void Scene::loseTheService() {
+  print("* the remote service dies in the middle of a reply");
+  remote_->dieInTheNextReply();
+  const auto saidMs = Clock::system().nowMs();
+  command("halvo", {"say", "thanks"});
+  expect("an answer from the fallback", 60, [&] { return household_->messageTime("coach", saidMs).has_value(); });
+  reached(Step::fellBack);
+}
+
+std::vector<test::RemoteService::Request> Scene::sentOut() const {
+  return remote_ ? remote_->requests() : std::vector<test::RemoteService::Request>();
 }
 
 void Scene::reached(Step step) {
@@ -121,7 +145,7 @@ void Scene::expect(const std::string& what, double seconds, const std::function<
   }
 }
 
-bool Scene::verify() {
+std::vector<std::pair<const char*, bool>> Scene::facts() const {
   const auto& files = *household_;
   const auto checkinMs = files.eventTime("coach_checkin");
   const auto saidMs = files.messageTime("user");
@@ -132,7 +156,7 @@ bool Scene::verify() {
     const auto* name = event.detail.at({"tool_calls", "0", "name"});
     return name && name->stringValue() && *name->stringValue() == "write_current_intention";
   });
-  const std::vector<std::pair<const char*, bool>> facts{
+  return {
       {"an ON_TASK verdict on the editor", files.sawVerdict("ON_TASK", "Gedit")},
       {"a NOT_ALIGNED verdict on the video site", files.sawVerdict("NOT_ALIGNED", "firefox")},
       {"an IDLE verdict on the locked session", files.sawVerdict("IDLE", "loginwindow")},
@@ -141,13 +165,49 @@ bool Scene::verify() {
       {"Lark's answer to that", saidMs && files.messageTime("coach", *saidMs)},
       {"the new intention of 20 minutes, recorded by the tool call", saidMs && recordedMs && decisionMs == recordedMs && *recordedMs > *saidMs},
   };
+}
+
+std::vector<std::pair<const char*, bool>> Scene::remoteFacts() const {
+  const auto servedBy = [](const char* who, bool isFallback) {
+    return [=](const EventLogEvent& event) {
+      const auto* by = event.text("served_by");
+      const auto* fellBack = event.detail.find("served_by_fallback");
+      return by && *by == who && (fellBack && fellBack->boolValue() == true) == isFallback;
+    };
+  };
+  const auto told = [&] {
+    LiveLog log(dataRoot());
+    const auto line = disclosureLine(FallbackCause::unreachable, "the local model");
+    for (const auto& shown : log.poll())
+      if (shown.kind == LiveLog::Kind::coach && shown.text.find(line) != std::string::npos) return true;
+    return false;
+  };
+  const auto paid = [&] {
+    const auto rows = TurnUsageRecordLog::read(TurnUsageRecordLog::defaultURL(dataRoot()), 100);
+    return std::any_of(rows.begin(), rows.end(), [](const TurnUsageRecord& row) { return row.layer == "coach" && row.costUSD && row.provider; });
+  };
+  return {
+      {"what it cost and who gave it, in the usage log", paid()},
+      {"an answer of the remote service", household_->eventTime("app_chat_message", servedBy("openrouter", false)).has_value()},
+      {"the service's end in the middle of a reply", remote_->isDead()},
+      {"an answer of the fallback behind it", household_->eventTime("app_chat_message", servedBy("the local model", true)).has_value()},
+      {"the line that says so, beside it", told()},
+  };
+}
+
+bool Scene::verify() {
+  auto all = facts();
+  if (remote_)
+    for (const auto& fact : remoteFacts()) all.push_back(fact);
+  if (options_.isQuiet)
+    for (const auto& fact : quietFacts()) all.push_back(fact);
   print("* read back from the files");
-  bool all = true;
-  for (const auto& [what, isThere] : facts) {
+  bool passed = true;
+  for (const auto& [what, isThere] : all) {
     print(std::string(isThere ? "    yes  " : "    NO   ") + what);
-    all = all && isThere;
+    passed = passed && isThere;
   }
-  return all;
+  return passed;
 }
 
 }  // namespace halvo

@@ -8,8 +8,11 @@
 #include <thread>
 
 #include "AmbitudeAppKit/Live/LiveLog.h"
+#include "AmbitudeAppKit/Live/LiveReply.h"
 #include "AmbitudeAppKit/Live/TerminalChat.h"
+#include "AmbitudeAppKit/Live/TerminalRegion.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/EventLogReader.h"
 #include "CaptureShared/EventLog/EventLogWriter.h"
@@ -61,8 +64,13 @@ TEST_F(LiveTest, logTellsWhatHappenedInOrder) {
                 "09:03:00  you       on it  ]0;owned   [2J  1m", "09:04:00  Lark      Good.", "09:05:00  event     app_chat_message",
                 "09:06:00  notice    It will try again.", "09:07:00  event     coach_turn_failed: r", "09:08:00  event     ui_opened"}));
   EXPECT_TRUE(log.poll().empty());
-  add(said(at(9, 9), "coach", "more"));
-  EXPECT_EQ(rendered(log.poll()), std::vector<std::string>{"09:09:00  Lark      more"});
+  add(AppChatEvents::coachMessage({.text = "more",
+                                   .asOfMs = at(9, 9),
+                                   .servedBy = "the local model",
+                                   .servedByFallback = true,
+                                   .fallbackCause = FallbackCause::unreachable}));
+  EXPECT_EQ(rendered(log.poll()),
+            std::vector<std::string>{"09:09:00  Lark      more [answered by the local model — the usual model was unreachable]"});
 
   // Replaced (a restored copy, say): what was shown is not shown again.
   const auto events = DataPaths::events(root);
@@ -158,6 +166,41 @@ TEST_F(LiveTest, wordsThatCanNotBeKeptAreHandedBackAndAClosedOutputEndsIt) {
   EXPECT_TRUE(test::eventually([&] { return chat.isDone.load(); }));
   std::fclose(output);
   ::close(input[0]), ::close(input[1]);
+}
+
+TEST_F(LiveTest, aReplyIsShownAsItIsWrittenUntilItsRowHasCome) {
+  const auto stream = CoachStream::url(root);
+  const auto first = CoachStream::turnID(at(9, 0)), second = CoachStream::turnID(at(9, 1));
+  { CoachStreamWriter(stream, first).finish(); }
+  LiveReply plain(stream, false), open(stream, true);
+  const auto look = [&](LiveReply& reply, std::int64_t later = 0) { return reply.look(Clock::system().nowMs() + later, calendar); };
+  EXPECT_EQ(look(plain) + look(open), "") << "ended before anybody looked";
+  CoachStreamWriter writer(stream, second);
+  writer.append({.text = "Still \x1b", .thinking = "hm"});
+  EXPECT_EQ(look(plain), "09:01:00  Lark      Still  ");
+  EXPECT_EQ(look(open), "09:01:00  thinking  hm\n09:01:00  Lark      Still  ");
+  writer.append({.text = "Done?", .reset = true});
+  EXPECT_EQ(look(plain), "09:01:00  Lark      Done?") << "a reset replaces";
+  EXPECT_EQ(look(plain, LiveReply::staleMs + 1000), "") << "left behind by a driver that was killed";
+  plain.settle({.tsMs = at(9, 1), .kind = LiveLog::Kind::gate});
+  EXPECT_NE(look(plain), "") << "the gate's yes has the time of its turn";
+  plain.settle({.tsMs = at(9, 1), .kind = LiveLog::Kind::coach});
+  EXPECT_EQ(look(plain), "");
+  CoachStreamWriter restarted(stream, CoachStream::turnID(at(9, 2)));
+  restarted.append({.text = "Again."});
+  EXPECT_EQ(look(plain), "09:02:00  Lark      Again.");
+}
+
+TEST(TerminalRegion, isDrawnOverItself) {
+  TerminalRegion foot;
+  EXPECT_EQ(foot.erase(), "");
+  EXPECT_EQ(foot.draw("abcd", {4, 5}), "abcd");
+  EXPECT_EQ(foot.draw("abcd", {4, 5}), "") << "no change";
+  EXPECT_EQ(foot.draw("abcde", {4, 5}), "\r\x1b[Jabcde");
+  EXPECT_EQ(foot.draw("x\ny", {4, 5}), "\r\x1b[1A\x1b[Jx\ny");
+  EXPECT_EQ(foot.draw("", {4, 5}), "\r\x1b[1A\x1b[J");
+  EXPECT_EQ(foot.draw("0123456789", {4, 3}), "…456789") << "what would scroll off loses its beginning";
+  EXPECT_EQ(TerminalRegion::rowsOf("\u6f22\u5b57\u6f22", 5), 2) << "wide characters";
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "tests/AmbitudeCore/Gate/GateScene.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/RemoteService.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace halvo {
@@ -55,13 +56,15 @@ class CoachDriverProgramTest : public testing::Test {
     return readFile(folder.path() / "out");
   }
   Environment environment() const {
-    return {{"HOME", folder.path().string()},
-            {"PATH", "/usr/bin:/bin"},
-            {"TZ", "America/New_York"},
-            {"AMBITCAP_DATA_ROOT", root.string()},
-            {"AMBITCAP_LAYER3", "1"},
-            {"AMBITCAP_GATE_LOG", "1"},
-            {"AMBITCAP_LOCAL_INFERENCE_ENDPOINT", modelURL}};
+    Environment all{{"HOME", folder.path().string()},
+                    {"PATH", "/usr/bin:/bin"},
+                    {"TZ", "America/New_York"},
+                    {"AMBITCAP_DATA_ROOT", root.string()},
+                    {"AMBITCAP_LAYER3", "1"},
+                    {"AMBITCAP_GATE_LOG", "1"},
+                    {"AMBITCAP_LOCAL_INFERENCE_ENDPOINT", modelURL}};
+    all.insert(more.begin(), more.end());
+    return all;
   }
   static std::string bin(const char* name) { return std::string(HALVO_BIN) + "/" + name; }
   int count(std::string_view type) const {
@@ -79,6 +82,7 @@ class CoachDriverProgramTest : public testing::Test {
   test::TemporaryFolder folder;
   std::filesystem::path root = folder.path() / "data";
   std::string modelURL;
+  Environment more;
   test::ChildProcess model;
 };
 
@@ -120,6 +124,75 @@ TEST_F(CoachDriverProgramTest, endsWithinASecondInsideACallThatHangs) {
   EXPECT_EQ(driver.wait(5), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(1));
   EXPECT_EQ(count("coach_turn_failed"), 0) << "an ending is no failed turn";
+}
+
+TEST_F(CoachDriverProgramTest, aModelThatWasNotChosenIsNeverTaken) {
+  const struct {
+    Environment more;
+    std::string words;
+  } cases[] = {
+      {{{"AMBITCAP_MODEL_BACKEND", "cloud"}},
+       "AMBITCAP_MODEL_BACKEND=\"cloud\" is not a recognized backend (expected \"ollama\", \"openrouter\" or \"proxy\").\n"},
+      {{{"AMBITCAP_MODEL_BACKEND", "openrouter"}},
+       "AMBITCAP_MODEL_BACKEND=openrouter but OPENROUTER_API_KEY is not set — refusing to start rather than silently falling back to the "
+       "local model.\n"},
+      {{{"AMBITCAP_MODEL_BACKEND", "proxy"}}, "CoachDriver can't start: AMBITCAP_PROXY_URL is not set\n"},
+  };
+  for (const auto& c : cases) {
+    more = c.more;
+    std::filesystem::remove(folder.path() / "driver.log");
+    auto driver = launchDriver();
+    EXPECT_EQ(driver.wait(10), 78);
+    EXPECT_EQ(driverLog(), c.words);
+    EXPECT_NE(halvo({"status"}).find(c.more.at("AMBITCAP_MODEL_BACKEND") == "proxy" ? "coach:     proxy (NOT CONFIGURED)\n"
+                                                                                    : "coach:     " + c.words),
+              std::string::npos);
+  }
+}
+
+TEST_F(CoachDriverProgramTest, aRemoteCoachThatBreaksOffIsReplacedAndDisclosed) {
+  const std::string key = "sk-or-v1-0123456789abcdef0123456789abcdef";
+  std::atomic<int> chats = 0;
+  const auto isStreamed = [](const std::string& body) { return body.find(R"("stream":true)") != std::string::npos; };
+  test::RemoteService service([&](const auto& request, auto& answer) {
+    if (request.method != "POST") return answer.json(500, "{}");
+    if (!isStreamed(request.body)) return answer.json(200, test::RemoteService::reply(R"({"summary_for_coach":"","should_check_in":false})"));
+    if (++chats == 1) {
+      answer.beginStream();
+      answer.event(test::RemoteService::piece("Hello from afar."));
+      for (const auto& payload : test::RemoteService::ending()) answer.event(payload);
+      return answer.done();
+    }
+    answer.beginStream();
+    answer.event(test::RemoteService::piece("Hel"));
+  });
+  modelURL = startModel();
+  more = {{"AMBITCAP_MODEL_BACKEND", "openrouter"},
+          {"OPENROUTER_API_KEY", key},
+          {"AMBITCAP_MODEL_ENDPOINT", service.baseURL()},
+          {"SSL_CERT_FILE", service.certificateFile().string()}};
+  auto driver = startDriver();
+  EXPECT_NE(halvo({"say", "hello", "--wait", "30"}).find("Lark      Hello from afar.\n"), std::string::npos) << driverLog();
+  const auto answer = halvo({"say", "and again", "--wait", "30"});
+  EXPECT_NE(answer.find(" [answered by the local model — the usual model was unreachable]\n"), std::string::npos) << answer << driverLog();
+  EXPECT_EQ(answer.find("Hel "), std::string::npos) << answer;
+  EXPECT_EQ(readFile(root / "io-layer/coach-stream.jsonl").find("Hello from afar"), std::string::npos);
+
+  std::vector<std::string> sessions;
+  for (const auto& request : service.requests())
+    if (const auto body = JSONValue::parse(request.body); body && isStreamed(request.body)) sessions.push_back(*body->find("session_id")->stringValue());
+  ASSERT_GE(sessions.size(), 2u);
+  EXPECT_EQ(sessions[0].size(), 64u);
+  EXPECT_EQ(sessions[0], sessions[1]) << "one conversation";
+  const auto log = driverLog();
+  EXPECT_NE(log.find("layer3: the coach runs on openrouter (deepseek/deepseek-v4-flash-0731, reasoning=low, provider=unpinned), "
+                     "fallback=local (gemma4:12b-it-qat)\n"),
+            std::string::npos);
+  EXPECT_NE(log.find("provider pricing: COMMITTED SNAPSHOT (offline floor)"), std::string::npos) << log;
+  driver.signal(SIGTERM);
+  EXPECT_EQ(driver.wait(2), 0);
+  for (const auto& file : std::filesystem::recursive_directory_iterator(folder.path()))
+    EXPECT_TRUE(!file.is_regular_file() || readFile(file.path()).find(key) == std::string::npos) << file.path();
 }
 
 }  // namespace
