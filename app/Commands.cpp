@@ -10,6 +10,7 @@
 #include "AmbitudeAppKit/Live/LiveLog.h"
 #include "AmbitudeAppKit/Live/TerminalChat.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeCore/Backends/Factory/ModelSelection.h"
 #include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/EventLogWriter.h"
@@ -21,17 +22,15 @@
 #include "CaptureShared/Intention/IntentionWriter.h"
 #include "CaptureShared/Signals/SignalsReader.h"
 #include "CaptureShared/Signals/SignalsStaleness.h"
+#include "app/ModelCommands.h"
+#include "app/CommandOutput.h"
 
 namespace halvo::Commands {
 
 namespace {
 
-void print(const std::string& line) { std::fputs((line + "\n").c_str(), stdout); }
-
-int fail(const std::string& why) {
-  std::fputs((why + "\n").c_str(), stderr);
-  return 1;
-}
+using CommandOutput::fail;
+using CommandOutput::print;
 
 /// Runs a command that writes, if there is a place to write to.
 int withDataRoot(const std::function<int()>& command) {
@@ -59,6 +58,13 @@ std::optional<std::string> unlessBlank(const std::optional<std::string>& text) {
 
 std::string ago(std::int64_t nowMs, std::int64_t thenMs) {
   return SignalsStaleness::humanDuration(std::max<std::int64_t>(0, nowMs - thenMs)) + " ago";
+}
+
+/// Which model the coach runs on, or why it will not start.
+std::string selectionLine() {
+  const auto environment = processEnvironment();
+  const auto refusal = ModelBackendFactory::fatalReason(environment);
+  return "coach:     " + TerminalText::oneLine(refusal ? *refusal : ModelBackendFactory::describeSelection(environment));
 }
 
 std::string sampledLine(std::int64_t nowMs) {
@@ -97,6 +103,8 @@ int status() {
     print("config:    " + DataPaths::configURL().string() + " could not be read as settings; its values are not in force");
   for (const auto& key : AgentConfig::load().unknownKeys)
     print("config:    " + TerminalText::oneLine(key) + " is not a setting and was ignored");
+  print(selectionLine());
+  print(ModelCommands::healthLines());
   if (!DataPaths::isDataRootAvailable()) return 1;
   const auto now = Clock::system().nowMs();
   const auto body = CurrentTask::read();
@@ -162,10 +170,10 @@ int say(const std::string& text, double waitSec) {
   });
 }
 
-int chat(bool withLog) {
+int chat(bool withLog, bool withThinking) {
   return withDataRoot([&] {
     TerminationSignals signals;
-    TerminalChat({.dataRoot = DataPaths::dataRoot(), .withLog = withLog}, Calendar::local()).run(signals.token());
+    TerminalChat({.dataRoot = DataPaths::dataRoot(), .withLog = withLog, .withThinking = withThinking}, Calendar::local()).run(signals.token());
     return 0;
   });
 }

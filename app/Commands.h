@@ -15,6 +15,6 @@ int status();
 int log(std::size_t count, bool follow);
 /// With `waitSec` above 0 it waits that long for Lark's answer and prints it.
 int say(const std::string& text, double waitSec);
-int chat(bool withLog);
+int chat(bool withLog, bool withThinking);
 
 }  // namespace halvo::Commands

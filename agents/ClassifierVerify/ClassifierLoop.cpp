@@ -26,7 +26,6 @@
 namespace halvo {
 namespace {
 
-constexpr double serverProbeSec = 2;
 constexpr int eventBytesPerLine = 400;  ///< only sizes a list
 
 bool isDeclaration(const EventLogEvent& event) {
@@ -58,6 +57,8 @@ ClassifierLoop::ClassifierLoop(World world)
       endpoint_(LocalInferenceWire::chatCompletionsURL(world_.inferenceBaseURL)),
       model_(ClassifierModel::resolved(world_.environment)),
       denylist_(Denylist::fromEnvironment(world_.environment)),
+      integrity_(world_.integritySubject(model_), world_.inferenceBaseURL, world_.transport,
+                 [this](const std::string& line) { say("note", line); }),
       reader_({.probes = world_.probes,
                .screen = world_.screen,
                .recognizer = world_.recognizer,
@@ -237,20 +238,20 @@ ClassifierLoop::Look ClassifierLoop::look(const SignalsReader& signals, const Cl
 
 void ClassifierLoop::judge(const Files& files, const SignalsReader& signals, const ClassifierService::Declaration& declared,
                            const Look& look, const ClassifierCadence::Moment& moment, const std::stop_token& stop) {
-  // While the server is known to be down, one small question to it comes before the costly look at the screen.
-  std::optional<bool> answers;
-  const auto serverAnswers = [&] {
-    if (!answers) answers = !modelIsDown_ || serverIsBack(stop);
-    return *answers;
+  // Nothing is asked of a server, and no picture taken for it, before it is known to be the right one.
+  std::optional<bool> trusted;
+  const auto isTrusted = [&] {
+    if (!trusted) trusted = isServerTrusted(moment.nowMs, stop);
+    return *trusted;
   };
   const auto state = ClassifierService::buildState(
       {.signals = signals, .asOfMs = moment.nowMs, .declaration = declared, .estimate = [&](const std::string& task) {
-         return serverAnswers() ? askForEstimate(files, task, moment.nowMs, stop) : std::nullopt;
+         return isTrusted() ? askForEstimate(files, task, moment.nowMs, stop) : std::nullopt;
        }});
   ClassifierService::JudgeRequest request{.state = state, .config = {.endpoint = endpoint_, .model = model_}};
   std::optional<std::int64_t> screenshotAtMs;
   if (!ClassifierService::shortcut(state)) {
-    if (!serverAnswers()) return;
+    if (!isTrusted()) return;
     const auto content = readWindow(signals, look, moment.nowMs, stop);
     request.contentWithheldForDenylist = content.withheld;
     screenshotAtMs = content.screenshotAtMs;
@@ -333,15 +334,16 @@ void ClassifierLoop::appendRow(const Files& files, const ClassifierTick& tick) {
   settle("ticks");
 }
 
-bool ClassifierLoop::serverIsBack(const std::stop_token& stop) {
-  constexpr int stillLoading = 503;
-  try {
-    const auto url = LocalInferenceWire::baseURL(endpoint_);
-    const HTTPRequest request{.url = url + (url.ends_with('/') ? "props" : "/props"), .timeoutSec = serverProbeSec};
-    return world_.transport.send(request, stop).status != stillLoading;
-  } catch (const TransportError&) {
+bool ClassifierLoop::isServerTrusted(std::int64_t nowMs, const std::stop_token& stop) {
+  const auto decision = integrity_.decide(nowMs, stop);
+  for (const auto& warning : decision.warnings) world_.log(warning);
+  if (decision.refusal) {
+    modelIsDown_ = true;
+    say("integrity", *decision.refusal);
     return false;
   }
+  settle("integrity");
+  return true;
 }
 
 void ClassifierLoop::writeCadence(const Files& files, const ClassifierCadence::State& state) {

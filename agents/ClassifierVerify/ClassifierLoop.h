@@ -12,6 +12,7 @@
 
 #include "AmbitudeCore/Classifier/ClassifierCadence.h"
 #include "AmbitudeCore/Classifier/ClassifierService.h"
+#include "AmbitudeCore/Classifier/ModelIntegrityCheck.h"
 #include "AmbitudeCore/Classifier/WindowContentReader.h"
 #include "CaptureShared/EventLog/IncrementalJSONLReader.h"
 #include "CaptureShared/Foundation/Calendar.h"
@@ -40,6 +41,7 @@ class ClassifierLoop {
     PowerSource& power;
     HTTPTransport& transport;
     std::string inferenceBaseURL;                                    ///< of the local server
+    std::function<ModelIntegrityCheck::Subject(std::string model)> integritySubject;
     std::function<std::optional<std::filesystem::path>()> dataRoot;  ///< absent while it is not available
     std::function<std::string()> dataRootUnavailableReason;
     std::function<std::optional<std::string>()> taskFileBody;        ///< the declaration when the event log has none
@@ -74,7 +76,7 @@ class ClassifierLoop {
   std::optional<std::string> userInstructions(const Files& files);
   void appendRow(const Files& files, const ClassifierTick& tick);
 
-  bool serverIsBack(const std::stop_token& stop);
+  bool isServerTrusted(std::int64_t nowMs, const std::stop_token& stop);
   void writeCadence(const Files& files, const ClassifierCadence::State& state);
   void say(const std::string& topic, const std::string& line);
   void settle(const std::string& topic) { said_.erase(topic); }
@@ -84,6 +86,7 @@ class ClassifierLoop {
   ClassifierCadence::Config config_;  ///< of this pass
   std::string endpoint_, model_;
   Denylist denylist_;
+  ModelIntegrityCheck integrity_;
   WindowContentReader reader_;
   std::optional<IncrementalJSONLReader<EventLogEvent>> events_;
   std::optional<EventLogEvent> newestDeclaration_;

@@ -36,6 +36,8 @@ int main() {
                        .power = desktop.powerSource(),
                        .transport = *transport,
                        .inferenceBaseURL = LocalInferenceEndpoint::resolve(environment),
+                       .integritySubject =
+                           [&](std::string model) { return ModelIntegrityCheck::Subject::of(std::move(model), environment); },
                        .dataRoot = root,
                        .dataRootUnavailableReason = DataPaths::dataRootUnavailableReason,
                        .taskFileBody = CurrentTask::read,

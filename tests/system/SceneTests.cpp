@@ -151,5 +151,31 @@ TEST(ScenePrivacy, noPictureAndNoCardNumberIsKeptOrSent) {
   EXPECT_TRUE(sawItRedacted) << "else the window was never read";
 }
 
+TEST(SceneRemote, whatGoesOutIsRedactedAndTheKeyStaysInItsHeader) {
+  const test::TemporaryFolder folder;
+  const std::vector<std::string> secrets{"4111 1111 1111 1111", "anna@example.org", "hunter2hunter2"};
+  Scene scene({.bin = HALVO_BIN,
+               .work = folder.path() / "scene",
+               .isSilent = true,
+               .isRemote = true,
+               .between = [&](Scene::Step step, Household& house) {
+                 if (step != Scene::Step::notAligned) return;
+                 house.run("halvo", {"declare", "pay 4111 1111 1111 1111, write to anna@example.org, password: hunter2hunter2"});
+               },
+               .more = {{"AMBITCAP_DUMP_REQUESTS", "1"}}});
+  EXPECT_TRUE(scene.play());
+  int sent = 0, redacted = 0;
+  for (const auto& request : scene.sentOut()) {
+    redacted += request.body.find("pay [redacted card number]") != std::string::npos;
+    sent += request.path.ends_with("/chat/completions");
+    EXPECT_EQ(request.body.find(RemoteCoach::apiKey), std::string::npos);
+    EXPECT_EQ(request.body.find("image_url"), std::string::npos) << "text alone leaves the machine";
+    for (const auto& secret : secrets) EXPECT_EQ(request.body.find(secret), std::string::npos) << request.body.substr(0, 3000);
+  }
+  EXPECT_GE(sent, 4);
+  EXPECT_GT(redacted, 0) << "else it was never told";
+  expectPrivate(folder.path() / "scene", {RemoteCoach::apiKey});
+}
+
 }  // namespace
 }  // namespace halvo

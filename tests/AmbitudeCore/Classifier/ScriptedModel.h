@@ -15,7 +15,8 @@ namespace halvo::test {
 /// A model server in the test's own hands: it keeps the requests and answers by what it is asked.
 class ScriptedModel : public HTTPTransport {
  public:
-  /// The reply's text by the system prompt's first words, or by "image" for a picture; absent: the connection fails.
+  /// The reply's text by the system prompt's first words, or by "image" for a picture; the whole body for an address without a question.
+  /// Absent: the connection fails.
   std::function<std::optional<std::string>(const std::string& question)> answer;
   int status = 200;
   std::vector<HTTPRequest> requests;
@@ -25,6 +26,7 @@ class ScriptedModel : public HTTPTransport {
     requests.push_back(request);
     const auto text = answer ? answer(question(request)) : std::nullopt;
     if (!text) throw TransportError("Error Domain=NSURLErrorDomain Code=-1004 \"Could not connect to the server.\"");
+    if (request.body.empty()) return {.status = status, .body = *text};
     const JSONValue body = JSONObject{
         {"choices", JSONValue::Array{JSONObject{{"finish_reason", "stop"}, {"message", JSONObject{{"content", *text}}}}}}};
     return {.status = status, .body = body.dump()};

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "CaptureShared/EventLog/EventLogReader.h"
 #include "CaptureShared/EventLog/EventLogWriter.h"
+#include "CaptureShared/Foundation/Digest.h"
 #include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Provisioning/LocalModelStore.h"
 #include "CaptureShared/Signals/SignalsNotes.h"
 #include "Platform/Testing/FakePlatform.h"
 #include "tests/AmbitudeCore/Classifier/ScriptedModel.h"
@@ -24,7 +27,7 @@ class ClassifierLoopTest : public testing::Test {
     fs::create_directory(root / "io-layer");
     model.answer = [this](const std::string& question) -> std::optional<std::string> {
       if (isDown) return std::nullopt;
-      if (question == "props") return "{}";
+      if (question == "props") return JSONValue(JSONObject{{"model_path", served}}).dump();
       if (question == "image") return "a page about cats";
       if (question.starts_with(test::readsEstimate)) return R"({"has_estimate": false})";
       return R"({"state": "NOT_ALIGNED", "confidence": 0.9, "reason": "you look at cats"})";
@@ -44,6 +47,10 @@ class ClassifierLoopTest : public testing::Test {
           .power = power,
           .transport = model,
           .inferenceBaseURL = "http://127.0.0.1:9",
+          .integritySubject = [this](std::string name) {
+            subject.model = std::move(name);
+            return subject;
+          },
           .dataRoot = [this] { return isMounted ? std::optional(root) : std::nullopt; },
           .dataRootUnavailableReason = [] { return "configured data root (/x) isn't mounted"; },
           .taskFileBody = [] { return std::optional<std::string>(); },
@@ -82,6 +89,8 @@ class ClassifierLoopTest : public testing::Test {
   FakeScreenCapture screen;
   std::shared_ptr<FakeTextRecognizer> recognizer = std::make_shared<FakeTextRecognizer>();
   FakePowerSource power;
+  ModelIntegrityCheck::Subject subject{.modelsDirectory = folder.path(), .refusalNote = folder.path() / "refusal.json"};
+  std::string served = "somebody's.gguf";
   test::ScriptedModel model;
   std::vector<std::string> log;
   std::optional<ClassifierLoop> made;
@@ -132,12 +141,70 @@ TEST_F(ClassifierLoopTest, aModelThatIsDownLeavesNoTraceButOneLine) {
   for (int i = 0; i < 5; ++i) pass();
   EXPECT_TRUE(rows().empty());
   EXPECT_EQ(cadence(), std::nullopt);
-  EXPECT_EQ(logged("the local model gave no judgment"), 1);
-  EXPECT_EQ(screen.captured.size(), 1u) << "the screen is not looked at again until the server answers";
+  EXPECT_EQ(logged("REFUSING TO JUDGE"), 1);
+  EXPECT_TRUE(screen.captured.empty()) << "for a server that can't be asked the screen is not looked at";
   isDown = false;
   pass();
   EXPECT_EQ(rows().size(), 1u);
   EXPECT_EQ(logged("answers again"), 1);
+}
+
+TEST_F(ClassifierLoopTest, onlyTheModelThatWasDownloadedSeesTheScreen) {
+  const auto artifact = [](const char* file) {
+    return LocalModelStore::Artifact{.fileName = file, .sha256 = Digest::sha256Hex(file), .bytes = static_cast<std::int64_t>(strlen(file))};
+  };
+  subject.manifest = LocalModelStore::Manifest{.model = "m", .weights = artifact("weights"), .projector = artifact("projector")};
+  const auto weights = folder.path() / "weights", projector = folder.path() / "projector";
+  const auto download = [&] {
+    folder.write("weights", "weights"), folder.write("projector", "projector");
+    LocalModelStore::verify(*subject.manifest, folder.path());
+  };
+  const struct {
+    const char *name, *refusal;
+    std::function<void()> begin;
+    std::optional<ModelIntegrityGuard::Kind> note;
+  } cases[] = {
+      {"another listener", "the local server is serving /other.gguf, not the verified ", [&] { served = "/other.gguf"; },
+       ModelIntegrityGuard::Kind::modelReplaced},
+      {"a changed file", "files changed on disk since they were verified (projector)",
+       [&] { fs::last_write_time(projector, fs::file_time_type::clock::now() - std::chrono::hours(1)); },
+       ModelIntegrityGuard::Kind::modelReplaced},
+      {"a missing file", "isn't downloaded, so there is nothing verified to judge with", [&] { fs::remove(weights); }, std::nullopt},
+      {"no path in the answer", "llama-server /props carried no model_path: ", [&] { served = ""; }, ModelIntegrityGuard::Kind::cannotVerify},
+      {"no answer", "(Error Domain=NSURLErrorDomain Code=-1004", [&] { isDown = true; }, ModelIntegrityGuard::Kind::cannotVerify},
+  };
+  declare("write the essay");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    isDown = false, served = weights.string();
+    download();
+    fs::remove(subject.refusalNote);
+    made.reset();  // every case begins afresh
+    const auto before = rows().size(), pictures = screen.captured.size();
+    c.begin();
+    pass(600), pass();
+    EXPECT_EQ(logged(c.refusal), 1);
+    EXPECT_EQ(screen.captured.size(), pictures) << "no picture was taken";
+    EXPECT_EQ(rows().size(), before);
+    const auto note = ModelIntegrityGuard::readRefusalNote(subject.refusalNote);
+    EXPECT_EQ(note ? std::optional(note->kind) : std::nullopt, c.note);
+    EXPECT_EQ(note ? note->atMs : now - 5000, now - 5000) << "since when, not how often";
+    isDown = false, served = (folder.path() / "link.gguf").string();
+    download();
+    std::error_code isThere;
+    fs::create_symlink(weights, folder.path() / "link.gguf", isThere);
+    pass();
+    EXPECT_EQ(screen.captured.size(), pictures + 1) << "and one as soon as all is well";
+    EXPECT_EQ(rows().size(), before + 1);
+    EXPECT_FALSE(fs::exists(subject.refusalNote));
+  }
+  subject.manifest.reset();
+  made.reset();
+  isDown = false, served = "/x\n[2J.gguf";
+  const auto before = rows().size();
+  pass(600), pass(600);
+  EXPECT_EQ(rows().size(), before + 2);
+  EXPECT_EQ(logged("has no Halvo download to verify against (custom AMBITCHECK_MODEL?); the server reports /x [2J.gguf — judging"), 2);
 }
 
 TEST_F(ClassifierLoopTest, judgesNothingFromOldSignals) {

@@ -40,8 +40,14 @@ class ClassifierVerifyProgramTest : public testing::Test {
                                   {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"},
                                   {"AMBITCAP_DATA_ROOT", root.string()},
                                   {"AMBITCAP_LOCAL_INFERENCE_ENDPOINT", server.baseURL()},
+                                  // The coach's choice, which is no business of what sees the screen.
+                                  {"AMBITCAP_MODEL_BACKEND", "openrouter"},
+                                  {"OPENROUTER_API_KEY", "sk-or-v1-not-for-pictures"},
+                                  {"AMBITCAP_MODEL_ENDPOINT", coachsServer.baseURL()},
+                                  {"AMBITCAP_PROXY_URL", coachsServer.baseURL()},
                                   {"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", "1"},
                                   {"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "2"},
+                                  {"AMBITCHECK_MODEL", "a-model-of-my-own"},
                                   {"AMBITCHECK_LOOP_SEC", "0.2"}};
     const FileHandle log(::open((folder.path() / (program + ".log")).c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
     return {std::string(HALVO_BIN) + "/" + program, {}, environment, {{.ours = log.fd(), .childs = 1}, {.ours = log.fd(), .childs = 2}}};
@@ -57,6 +63,10 @@ class ClassifierVerifyProgramTest : public testing::Test {
     return found;
   }
   void answer(const test::LoopbackServer::Request& request, test::LoopbackServer::Connection& connection) {
+    if (request.path() == "/props") {
+      const std::string props = R"({"model_path": "/a/model.gguf"})";
+      return connection.send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(props.size()) + "\r\n\r\n" + props);
+    }
     const bool isPicture = request.body.find("image_url") != std::string::npos;
     pictures += isPicture;
     if (mayHang && !isPicture) {
@@ -74,6 +84,7 @@ class ClassifierVerifyProgramTest : public testing::Test {
   fs::path root = folder.path() / "data";
   std::atomic<int> pictures = 0;
   std::atomic<bool> mayHang = false, isHanging = false;
+  test::LoopbackServer coachsServer{[](const auto&, auto&) {}};
   test::LoopbackServer server{[this](const test::LoopbackServer::Request& request, test::LoopbackServer::Connection& connection) {
     answer(request, connection);
   }};
@@ -123,6 +134,7 @@ TEST_F(ClassifierVerifyProgramTest, looksAtAPlainWindowAndNeverAtAVault) {
   classifier.signal(SIGTERM);
   EXPECT_EQ(classifier.wait(5), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(1)) << "inside a model call";
+  EXPECT_EQ(coachsServer.bytesReceived(), 0u);
 }
 
 }  // namespace
