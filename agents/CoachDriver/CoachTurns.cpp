@@ -8,6 +8,7 @@
 
 #include "AmbitudeCore/Backends/ModelBackendError.h"
 #include "AmbitudeCore/Backends/Remote/OpenRouterSessionID.h"
+#include "AmbitudeCore/Backends/Remote/OutboundRedaction.h"
 #include "AmbitudeCore/Backends/TurnUsageLog.h"
 #include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "AmbitudeCore/Coach/AppChatEvents.h"
@@ -77,7 +78,12 @@ Layer3TurnRequest requestOf(const CoachTurns::Turn& turn, const CoachSurrounding
   std::vector<std::string> notes;
   if (auto taught = GateStandingNotes::render(turn.memory, turn.corrections, CoachCorrection::Scope::whatToSay))
     notes.push_back(std::move(*taught));
-  const auto instructions = UserStandingInstructionsRendering::forCoach(turn.preferences.coachInstructions);
+  auto instructions = UserStandingInstructionsRendering::forCoach(turn.preferences.coachInstructions);
+  if (!surroundings.coachPrimaryIsLocal) {
+    // A system message is sent as it is, and these are the person's words in it.
+    for (auto& note : notes) note = OutboundRedaction::redactedText(note);
+    if (instructions) instructions = OutboundRedaction::redactedText(*instructions);
+  }
   std::vector<ChatMessage> messages{ChatMessage::system(Layer3SystemPrompt::build(Layer3Prompt::text(variant), instructions, notes))};
   messages.insert(messages.end(), conversation.begin(), conversation.end());
   Layer3PromptVariant::Request fitted{std::move(messages), Layer3Tools::all()};

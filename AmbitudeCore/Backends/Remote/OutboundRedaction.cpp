@@ -8,12 +8,13 @@
 #include "CaptureShared/Privacy/SensitiveIdentifierRedaction.h"
 
 namespace halvo::OutboundRedaction {
-namespace {
 
 std::string redactedText(std::string_view text) {
   using namespace SensitiveIdentifierRedaction;
   return SecretRedaction::redact(redact(text, Scope::outbound).first);
 }
+
+namespace {
 
 /// Many detectors need the word in front of a number, and in an argument that word is its key.
 std::string underKey(std::string_view key, std::string_view text) {

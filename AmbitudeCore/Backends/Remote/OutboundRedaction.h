@@ -10,6 +10,9 @@
 /// that a provider's prefix cache goes on matching.
 namespace halvo::OutboundRedaction {
 
+/// Identifiers and credentials in a text replaced: for what a system message takes in that we did not write ourselves.
+std::string redactedText(std::string_view text);
+
 /// A copy in which identifiers and credentials are replaced in every message but a system one: in its content, its thinking, and the texts
 /// and numbers of its tool calls' arguments. A piece of reasoning details that holds one is left out whole, since a provider that signed
 /// it would refuse it altered.

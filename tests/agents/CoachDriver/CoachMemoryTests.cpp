@@ -39,5 +39,19 @@ TEST(CoachMemory, reachesBothAndEndsWithAWipe) {
   }
 }
 
+TEST(CoachMemory, goesToARemoteCoachWithoutItsNumbers) {
+  CoachScene scene;
+  scene.folder.write("data/coach-preferences.json", JSONValue(JSONObject{{"coachInstructions", "my card is 4111 1111 1111 1111"}}).dump());
+  MemoryStore::writeStanding({.regeneratedAtTsMs = scene.nowMs - 10'000, .facts = {{.text = "pays with 4111 1111 1111 1111"}}}, scene.root);
+  scene.add(GateScene::said(scene.nowMs, "user", "hello?"));
+  auto surroundings = scene.surroundings();
+  surroundings.coachPrimaryIsLocal = false;
+  CoachDriverLoop(surroundings).wake({});
+  ASSERT_EQ(scene.calls(), 1u);
+  const auto system = scene.backend.calls()[0].messages.front().content;
+  EXPECT_NE(system.find("- pays with [redacted card number]"), std::string::npos) << system;
+  EXPECT_EQ(system.find("4111"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace halvo
