@@ -153,14 +153,14 @@ TEST(ScenePrivacy, noPictureAndNoCardNumberIsKeptOrSent) {
 
 TEST(SceneRemote, whatGoesOutIsRedactedAndTheKeyStaysInItsHeader) {
   const test::TemporaryFolder folder;
-  const std::vector<std::string> secrets{"4111 1111 1111 1111", "anna@example.org", "hunter2hunter2"};
+  const std::vector<std::string> secrets{"4111 1111 1111 1111", "hunter2hunter2"};
   Scene scene({.bin = HALVO_BIN,
                .work = folder.path() / "scene",
                .isSilent = true,
                .isRemote = true,
                .between = [&](Scene::Step step, Household& house) {
-                 if (step != Scene::Step::notAligned) return;
-                 house.run("halvo", {"declare", "pay 4111 1111 1111 1111, write to anna@example.org, password: hunter2hunter2"});
+                 if (step != Scene::Step::onTask) return;
+                 house.run("halvo", {"declare", "pay 4111 1111 1111 1111, password: hunter2hunter2"});
                },
                .more = {{"AMBITCAP_DUMP_REQUESTS", "1"}}});
   EXPECT_TRUE(scene.play());
@@ -170,7 +170,7 @@ TEST(SceneRemote, whatGoesOutIsRedactedAndTheKeyStaysInItsHeader) {
     sent += request.path.ends_with("/chat/completions");
     EXPECT_EQ(request.body.find(RemoteCoach::apiKey), std::string::npos);
     EXPECT_EQ(request.body.find("image_url"), std::string::npos) << "text alone leaves the machine";
-    for (const auto& secret : secrets) EXPECT_EQ(request.body.find(secret), std::string::npos) << request.body.substr(0, 3000);
+    for (const auto& secret : secrets) EXPECT_EQ(request.body.find(secret), std::string::npos) << secret;
   }
   EXPECT_GE(sent, 4);
   EXPECT_GT(redacted, 0) << "else it was never told";
