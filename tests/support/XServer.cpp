@@ -23,8 +23,8 @@ std::string lineFrom(int fd, double seconds) {
       [&] {
         pollfd waiting = {.fd = fd, .events = POLLIN, .revents = 0};
         char byte = 0;
-        while (::poll(&waiting, 1, 0) == 1 && ::read(fd, &byte, 1) == 1) {
-          if (byte == '\n') return true;
+        while (::poll(&waiting, 1, 0) == 1) {
+          if (::read(fd, &byte, 1) != 1 || byte == '\n') return true;  // whoever wrote has ended, or its line has
           line += byte;
         }
         return false;
@@ -51,7 +51,7 @@ bool hasWindowManager(const std::string& display) {
 
 XServer::XServer(Options options) : options_(std::move(options)) { start({}); }
 
-void XServer::start(const std::vector<std::string>& displayArguments) {
+std::string XServer::launched(const std::vector<std::string>& displayArguments) {
   int ends[2];
   if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   const FileHandle read(ends[0]);
@@ -64,7 +64,13 @@ void XServer::start(const std::vector<std::string>& displayArguments) {
   arguments.insert(arguments.end(), options_.more.begin(), options_.more.end());
   server_ = ChildProcess("Xvfb", arguments, processEnvironment(), {{.ours = write.fd(), .childs = childsEnd}});
   write.reset();
-  const auto number = lineFrom(read.fd(), 20);
+  return lineFrom(read.fd(), 20);
+}
+
+void XServer::start(const std::vector<std::string>& displayArguments) {
+  // Two servers that look for a free display at one moment may want the same, and one of them gives up.
+  std::string number;
+  for (int attempt = 0; attempt < 4 && number.empty(); ++attempt) number = launched(displayArguments);
   if (number.empty()) throw std::runtime_error("Xvfb didn't start");
   display_ = ":" + number;
   if (!options_.hasWindowManager) return;

@@ -34,6 +34,8 @@ class XServer {
 
  private:
   void start(const std::vector<std::string>& displayArguments);
+  /// Starts the server; its display's number, or nothing when it ended without one.
+  std::string launched(const std::vector<std::string>& displayArguments);
 
   Options options_;
   TemporaryFolder home_;
