@@ -1,5 +1,6 @@
 #include "tests/support/XServer.h"
 
+#include <atomic>
 #include <csignal>
 #include <memory>
 #include <stdexcept>
@@ -68,9 +69,11 @@ std::string XServer::launched(const std::vector<std::string>& displayArguments) 
 }
 
 void XServer::start(const std::vector<std::string>& displayArguments) {
-  // Two servers that look for a free display at one moment may want the same, and one of them gives up.
+  // A display of this process's own: one that a search from 0 found would be another test's as soon as ours has crashed.
+  static std::atomic<int> made{0};
   std::string number;
-  for (int attempt = 0; attempt < 4 && number.empty(); ++attempt) number = launched(displayArguments);
+  for (int attempt = 0; attempt < 4 && number.empty(); ++attempt)
+    number = launched(displayArguments.empty() ? std::vector{fmt::format(":{}", 1000 + ::getpid() % 3000 * 16 + made++ % 16)} : displayArguments);
   if (number.empty()) throw std::runtime_error("Xvfb didn't start");
   display_ = ":" + number;
   if (!options_.hasWindowManager) return;
