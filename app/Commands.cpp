@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <functional>
 
 #include <fmt/format.h>
 
@@ -22,8 +21,9 @@
 #include "CaptureShared/Intention/IntentionWriter.h"
 #include "CaptureShared/Signals/SignalsReader.h"
 #include "CaptureShared/Signals/SignalsStaleness.h"
-#include "app/ModelCommands.h"
 #include "app/CommandOutput.h"
+#include "app/ModelCommands.h"
+#include "app/QuietCommands.h"
 
 namespace halvo::Commands {
 
@@ -32,19 +32,19 @@ namespace {
 using CommandOutput::fail;
 using CommandOutput::print;
 
-/// Runs a command that writes, if there is a place to write to.
-int withDataRoot(const std::function<int()>& command) {
-  if (!DataPaths::isDataRootAvailable()) return fail(DataPaths::dataRootUnavailableReason());
-  try {
-    DataPaths::ensureSubdirsExist();
-    return command();
-  } catch (const std::exception& error) {
-    return fail(std::string("not recorded: ") + error.what());
-  }
+/// Runs a command that writes.
+template <class F>
+int recording(F&& command) {
+  return CommandOutput::withDataRoot(
+      [&] {
+        DataPaths::ensureSubdirsExist();
+        return std::forward<F>(command)();
+      },
+      "not recorded: ");
 }
 
 int record(const IntentionWriter::Record& intention, const std::string& words) {
-  return withDataRoot([&] {
+  return recording([&] {
     IntentionWriter::perform(intention, IntentionWriter::standardSinks("halvo"));
     print(words);
     return 0;
@@ -65,6 +65,14 @@ std::string selectionLine() {
   const auto environment = processEnvironment();
   const auto refusal = ModelBackendFactory::fatalReason(environment);
   return "coach:     " + TerminalText::oneLine(refusal ? *refusal : ModelBackendFactory::describeSelection(environment));
+}
+
+std::string quietLine() {
+  try {
+    return "quiet:     " + QuietCommands::now();
+  } catch (const std::exception& error) {
+    return std::string("quiet:     unreadable (") + error.what() + ")";
+  }
 }
 
 std::string sampledLine(std::int64_t nowMs) {
@@ -111,6 +119,7 @@ int status() {
   const auto intention = body ? CurrentIntention::parse(*body) : std::nullopt;
   print("intention: " + (intention ? TerminalText::oneLine(intention->task) : std::string("none declared")));
   if (intention && intention->estimate) print("estimate:  " + TerminalText::oneLine(*intention->estimate));
+  print(quietLine());
   print(sampledLine(now));
   LiveLog log(DataPaths::dataRoot());
   std::optional<LiveLog::Line> verdict, gate, spoken;
@@ -148,7 +157,7 @@ int log(std::size_t count, bool follow) {
 
 int say(const std::string& text, double waitSec) {
   if (Text::isBlank(text)) return fail("say something, as in: halvo say \"back to it\"");
-  return withDataRoot([&] {
+  return recording([&] {
     const TerminationSignals signals;
     LiveLog live(DataPaths::dataRoot());
     live.poll();
@@ -171,7 +180,7 @@ int say(const std::string& text, double waitSec) {
 }
 
 int chat(bool withLog, bool withThinking) {
-  return withDataRoot([&] {
+  return recording([&] {
     TerminationSignals signals;
     TerminalChat({.dataRoot = DataPaths::dataRoot(), .withLog = withLog, .withThinking = withThinking}, Calendar::local()).run(signals.token());
     return 0;

@@ -15,12 +15,11 @@
 #include "AmbitudeCore/Memory/MemoryWipeLog.h"
 #include "AmbitudeCore/Memory/StandingComparison.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
-#include "CaptureShared/EventLog/IncrementalJSONLReader.h"
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Foundation/Clock.h"
-#include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "app/CommandOutput.h"
+#include "app/EventSearch.h"
 
 namespace halvo::MemoryCommands {
 
@@ -28,17 +27,7 @@ namespace {
 
 using CommandOutput::fail;
 using CommandOutput::print;
-
-/// Runs a command on a data root that is there; what it throws becomes its failure.
-template <class F>
-int withDataRoot(F&& command) {
-  if (!DataPaths::isDataRootAvailable()) return fail(DataPaths::dataRootUnavailableReason());
-  try {
-    return std::forward<F>(command)();
-  } catch (const std::exception& error) {
-    return fail(error.what());
-  }
-}
+using CommandOutput::withDataRoot;
 
 std::string datesOf(const std::vector<std::int64_t>& times, const Calendar& calendar) {
   constexpr std::size_t shown = 3;
@@ -63,16 +52,8 @@ std::string originOf(const std::string& lesson, const std::vector<PeriodDigest>&
 
 /// The notice about a memory that does not come about, when there is one.
 void printTrouble(const std::optional<StandingMemory>& memory) {
-  std::vector<EventLogEvent> events;
-  auto reader =
-      JSONLReaders::events(DataPaths::events(), [](EventLogEvent& event) { return event.type.starts_with("memory_consolidation_"); });
-  try {
-    events = match(
-        reader.readFull(), [](Reset<EventLogEvent>&& all) { return std::move(all.rows); },
-        [](Appended<EventLogEvent>&& some) { return std::move(some.rows); });
-  } catch (const std::system_error&) {
-    return;  // without a log there is nothing to tell of
-  }
+  const auto events =
+      EventSearch::eventsThat([](EventLogEvent& event) { return event.type.starts_with("memory_consolidation_"); });
   namespace Health = ConsolidationHealthPresentation;
   const auto trouble = Health::trouble(events, memory ? std::optional(memory->regeneratedAtTsMs) : std::nullopt);
   const auto notice =

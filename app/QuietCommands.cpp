@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <system_error>
 #include <vector>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
@@ -10,11 +9,10 @@
 #include "AmbitudeCore/Folds/EventTypes.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/EventLogWriter.h"
-#include "CaptureShared/EventLog/IncrementalJSONLReader.h"
 #include "CaptureShared/Foundation/Clock.h"
-#include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "app/CommandOutput.h"
+#include "app/EventSearch.h"
 
 namespace halvo::QuietCommands {
 
@@ -23,31 +21,16 @@ namespace {
 /// A window that ends further away than this was asked for without an end.
 constexpr std::int64_t endlessMs = 50LL * 365 * 86'400'000;
 
-using CommandOutput::fail;
-
 template <class F>
-int withDataRoot(F&& command) {
-  if (!DataPaths::isDataRootAvailable()) return fail(DataPaths::dataRootUnavailableReason());
-  try {
-    return std::forward<F>(command)(Clock::system().nowMs(), Calendar::local());
-  } catch (const std::exception& error) {
-    return fail(std::string("not recorded: ") + error.what());
-  }
+int rightNow(F&& command) {
+  return CommandOutput::withDataRoot([&] { return std::forward<F>(command)(Clock::system().nowMs(), Calendar::local()); }, "not recorded: ");
 }
 
 std::optional<UserQuietWindow> latest(std::int64_t nowMs) {
-  auto reader = JSONLReaders::events(DataPaths::events(), [](EventLogEvent& event) {
+  const auto rows = EventSearch::eventsThat([](EventLogEvent& event) {
     return event.type == EventType::userQuietRequested || event.type == EventType::userQuietCancelled;
   });
-  try {
-    const auto rows = match(
-        reader.readFull(), [](Reset<EventLogEvent>&& all) { return std::move(all.rows); },
-        [](Appended<EventLogEvent>&& some) { return std::move(some.rows); });
-    return CoachProjection::latestUserQuietWindow(rows, nowMs);
-  } catch (const std::system_error& error) {
-    if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
-    throw;
-  }
+  return CoachProjection::latestUserQuietWindow(rows, nowMs);
 }
 
 void record(const EventLogEvent& event) {
@@ -75,15 +58,17 @@ std::string describe(const std::optional<UserQuietWindow>& window, std::int64_t 
   return "quiet until " + until + (window->reason ? " (" + TerminalText::oneLine(*window->reason) + ")" : "");
 }
 
+std::string now() { return describe(latest(Clock::system().nowMs()), Clock::system().nowMs(), Calendar::local()); }
+
 int show() {
-  return withDataRoot([](std::int64_t nowMs, const Calendar& calendar) {
+  return rightNow([](std::int64_t nowMs, const Calendar& calendar) {
     std::printf("%s\n", describe(latest(nowMs), nowMs, calendar).c_str());
     return 0;
   });
 }
 
 int ask(UserQuietDuration duration, const std::optional<std::string>& reason) {
-  return withDataRoot([&](std::int64_t nowMs, const Calendar& calendar) {
+  return rightNow([&](std::int64_t nowMs, const Calendar& calendar) {
     const auto event = UserQuietRequestedEvent::make(
         {.untilMs = endMs(duration, nowMs, calendar),
          .reason = reason && !Text::isBlank(*reason) ? std::optional(Text::scrubbed(Text::trim(*reason))) : std::nullopt,
@@ -95,7 +80,7 @@ int ask(UserQuietDuration duration, const std::optional<std::string>& reason) {
 }
 
 int off() {
-  return withDataRoot([](std::int64_t nowMs, const Calendar&) {
+  return rightNow([](std::int64_t nowMs, const Calendar&) {
     const auto window = latest(nowMs);
     if (!window || !window->isInForce(nowMs)) {
       std::puts("not quiet");

@@ -19,4 +19,7 @@ int off();
 /// "quiet until 16:00", "quiet until you say", "not quiet".
 std::string describe(const std::optional<UserQuietWindow>& window, std::int64_t nowMs, const Calendar& calendar);
 
+/// The same for this moment. Throws for an event log that can't be read.
+std::string now();
+
 }  // namespace halvo::QuietCommands

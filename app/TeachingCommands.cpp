@@ -23,37 +23,21 @@
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "app/CommandOutput.h"
+#include "app/EventSearch.h"
 
 namespace halvo::TeachingCommands {
 
 namespace {
 
 using TerminalText::oneLine;
-
 using CommandOutput::fail;
 using CommandOutput::print;
+using EventSearch::eventsThat;
 
+/// Runs a command with the data root, if there is one.
 template <class F>
-int withDataRoot(F&& command) {
-  if (!DataPaths::isDataRootAvailable()) return fail(DataPaths::dataRootUnavailableReason());
-  try {
-    return std::forward<F>(command)(DataPaths::dataRoot());
-  } catch (const std::exception& error) {
-    return fail(error.what());
-  }
-}
-
-/// The rows of the event log that `keeps` wants; none without a log.
-std::vector<EventLogEvent> eventsThat(const std::function<bool(EventLogEvent&)>& keeps) {
-  auto reader = JSONLReaders::events(DataPaths::events(), keeps);
-  try {
-    return match(
-        reader.readFull(), [](Reset<EventLogEvent>&& all) { return std::move(all.rows); },
-        [](Appended<EventLogEvent>&& some) { return std::move(some.rows); });
-  } catch (const std::system_error& error) {
-    if (error.code() == std::errc::no_such_file_or_directory) return {};
-    throw;
-  }
+int withRoot(F&& command) {
+  return CommandOutput::withDataRoot([&] { return std::forward<F>(command)(DataPaths::dataRoot()); });
 }
 
 std::vector<CoachCorrection> correctionsInLog() {
@@ -106,7 +90,7 @@ std::vector<ClassifierTick> ticks(const std::filesystem::path& root) {
 }  // namespace
 
 int corrections() {
-  return withDataRoot([](const std::filesystem::path& root) {
+  return withRoot([](const std::filesystem::path& root) {
     std::vector<CoachCorrection> list;
     try {
       list = CoachCorrectionsLog::readAll(CoachCorrectionsLog::defaultURL(root));
@@ -121,7 +105,7 @@ int corrections() {
 }
 
 int deleteCorrection(std::int64_t atMs) {
-  return withDataRoot([&](const std::filesystem::path& root) {
+  return withRoot([&](const std::filesystem::path& root) {
     const auto url = CoachCorrectionsLog::defaultURL(root);
     // Without a file the log would bring it back.
     CoachCorrectionsLog::restore(correctionsInLog(), url);
@@ -132,7 +116,7 @@ int deleteCorrection(std::int64_t atMs) {
 }
 
 int notes() {
-  return withDataRoot([](const std::filesystem::path& root) {
+  return withRoot([](const std::filesystem::path& root) {
     const auto preferences = CoachPreferencesStore::read(root);
     for (const auto& [whom, text] : noteKinds) {
       const auto& note = preferences.*text;
@@ -145,7 +129,7 @@ int notes() {
 int setNote(const std::string& whom, const std::optional<std::string>& text) {
   const auto kind = std::ranges::find_if(noteKinds, [&](const Note& note) { return note.whom == whom; });
   if (kind == noteKinds.end()) return fail("a note is for one of: gate, coach, classifier");
-  return withDataRoot([&](const std::filesystem::path& root) {
+  return withRoot([&](const std::filesystem::path& root) {
     const auto given = text ? *text : std::string(std::istreambuf_iterator<char>(std::cin), {});
     auto preferences = CoachPreferencesStore::read(root);
     preferences.*(kind->text) = Text::scrubbed(Text::trim(given));
@@ -156,7 +140,7 @@ int setNote(const std::string& whom, const std::optional<std::string>& text) {
 }
 
 int feedback() {
-  return withDataRoot([](const std::filesystem::path& root) {
+  return withRoot([](const std::filesystem::path& root) {
     const auto reply = lastReply();
     if (!reply) return fail("Lark has not said anything yet");
     print(LiveLog::render({reply->tsMs, LiveLog::Kind::coach, oneLine(*reply->text("text"))}, Calendar::local()));
@@ -167,7 +151,7 @@ int feedback() {
 }
 
 int grade(const CoachFeedbackWriter::Feedback& given) {
-  return withDataRoot([&](const std::filesystem::path& root) {
+  return withRoot([&](const std::filesystem::path& root) {
     const auto reply = lastReply();
     if (!reply) return fail("Lark has not said anything yet");
     const auto now = Clock::system().nowMs();
@@ -186,7 +170,7 @@ int grade(const CoachFeedbackWriter::Feedback& given) {
 }
 
 int deleteFeedback(const std::string& id) {
-  return withDataRoot([&](const std::filesystem::path& root) {
+  return withRoot([&](const std::filesystem::path& root) {
     CoachFeedbackWriter::erase(id, CoachFeedbackWriter::defaultURL(root));
     print("deleted");
     return 0;

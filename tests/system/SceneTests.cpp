@@ -177,5 +177,22 @@ TEST(SceneRemote, whatGoesOutIsRedactedAndTheKeyStaysInItsHeader) {
   expectPrivate(folder.path() / "scene", {RemoteCoach::apiKey});
 }
 
+TEST(SceneQuiet, anHourOfQuietIsKeptAndALessonReachesTheNextPrompt) {
+  const test::TemporaryFolder folder;
+  std::string prompt;
+  Scene scene({.bin = HALVO_BIN,
+               .work = folder.path() / "scene",
+               .isSilent = true,
+               .isQuiet = true,
+               .between = [&](Scene::Step step, Household&) {
+                 if (step != Scene::Step::taught) return;
+                 for (const auto& entry : fs::recursive_directory_iterator(folder.path() / "scene"))
+                   if (entry.path().string().find("request") != std::string::npos && entry.is_regular_file()) prompt += readFile(entry.path());
+               },
+               .more = {{"AMBITCAP_DUMP_REQUESTS", "1"}}});
+  EXPECT_TRUE(scene.play());
+  EXPECT_NE(prompt.find("don't ask what my first step is"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace halvo

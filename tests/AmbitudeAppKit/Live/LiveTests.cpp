@@ -191,6 +191,40 @@ TEST_F(LiveTest, aReplyIsShownAsItIsWrittenUntilItsRowHasCome) {
   EXPECT_EQ(look(plain), "09:02:00  Lark      Again.");
 }
 
+TEST_F(LiveTest, aTerminalShowsTheReplyAsItComesAndThenItsRow) {
+  const int person = ::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+  ASSERT_TRUE(person >= 0 && ::grantpt(person) == 0 && ::unlockpt(person) == 0);
+  const int terminal = ::open(::ptsname(person), O_RDWR | O_NOCTTY);
+  std::FILE* output = ::fdopen(terminal, "w");
+  std::string seen;
+  const auto shows = [&](std::string_view words) {
+    return test::eventually([&] {
+      char buffer[4096];
+      while (const auto got = ::read(person, buffer, sizeof buffer)) {
+        if (got < 0) break;
+        seen.append(buffer, static_cast<std::size_t>(got));
+      }
+      return seen.find(words) != std::string::npos;
+    });
+  };
+  {
+    RunningChat chat(root, terminal, output);
+    const auto now = Clock::system().nowMs();
+    CoachStreamWriter writer(CoachStream::url(root), CoachStream::turnID(now));
+    writer.append({.text = "Still at"});
+    EXPECT_TRUE(shows("Still at")) << "before the reply is complete";
+    writer.append({.text = "How is the essay", .reset = true});
+    EXPECT_TRUE(shows("\x1b[J" + LiveLog::render({.tsMs = now, .kind = LiveLog::Kind::coach, .text = "How is the essay"}, calendar)));
+    seen.clear();
+    writer.finish();
+    add(said(now, "coach", "How is the essay going?"));
+    EXPECT_TRUE(shows("How is the essay going?\r\n")) << seen;
+    EXPECT_TRUE(seen.starts_with("\r\x1b[J")) << "the row takes the place of what was streamed";
+  }
+  std::fclose(output);
+  ::close(person);
+}
+
 TEST(TerminalRegion, isDrawnOverItself) {
   TerminalRegion foot;
   EXPECT_EQ(foot.erase(), "");

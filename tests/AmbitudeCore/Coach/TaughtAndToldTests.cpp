@@ -6,6 +6,7 @@
 #include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "AmbitudeCore/Coach/CoachFeedbackWriter.h"
 #include "AmbitudeCore/Coach/CoachServiceStatus.h"
+#include "AmbitudeCore/Coach/CoachTools.h"
 #include "AmbitudeCore/Coach/CoachTurnEffects.h"
 #include "AmbitudeCore/Folds/CoachCorrectionsLog.h"
 #include "AmbitudeCore/Folds/CoachProjection.h"
@@ -37,6 +38,8 @@ TEST(EventTable, whatIsWrittenIsReadBack) {
     return CoachTurnEffects::baseEvents({.text = "ok", .toolCalls = {{tool, std::move(arguments)}}}, at(15, 0),
                                         CorrectJudgmentGuard::Verdict::allowed, calendar)[0];
   };
+  const auto silence = CoachTurnEffects::baseEvents({.text = std::string(CoachTools::silenceSentinel)}, 3,
+                                                    CorrectJudgmentGuard::Verdict::allowed, calendar).back();
   CoachServiceStatus status({.retryableThreshold = 1});
   const auto problem = status.observe(ModelBackendError::transportError("x"), 1), restored = status.observeSuccess(2, false);
   const struct {
@@ -70,6 +73,8 @@ TEST(EventTable, whatIsWrittenIsReadBack) {
       {"ui_closed", CoachTurnEffects::userDismissedUIEvent(3),
        [](const Rows& rows) { return CoachUIState::isUserClose(rows[0]) && !CoachUIState::isOpen(rows); }},
       {"empty_open_ui", EmptyOpenUIEvent::make(3), [](const Rows& rows) { return !CoachUIState::isOpen(rows); }},
+      {"coach_reply_not_surfaced", silence,
+       [](const Rows& rows) { return *rows[0].text("reason") == "silence" && !CoachUIState::isOpen(rows); }},
       {"coach_service_problem", problem.value(),
        [](const Rows& rows) {
          return CoachServiceStatus::displayText(rows) == "Halvo can't reach its coach service. Check your internet connection.";
