@@ -12,7 +12,7 @@
 #include "CaptureShared/EventLog/JSONLAppend.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "tests/CaptureShared/DataRoot/Home.h"
-#include "tests/CaptureShared/Foundation/SmallDisk.h"
+#include "tests/support/SmallDisk.h"
 
 namespace halvo {
 namespace {

@@ -14,8 +14,8 @@
 #include "CaptureShared/Foundation/Spawn.h"
 #include "CaptureShared/Foundation/TerminationSignals.h"
 #include "CaptureShared/Foundation/UserFolders.h"
-#include "tests/CaptureShared/Foundation/SmallDisk.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace halvo {

@@ -11,6 +11,7 @@
 #include "tests/CaptureShared/Provisioning/SmallModel.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/SmallDisk.h"
 
 namespace halvo {
 namespace {
@@ -281,6 +282,21 @@ TEST_F(LocalModelInstallerTest, aDiskThatIsTooSmallIsToldBeforeTheFirstByte) {
       installer().diskShortfall(model.manifest(), enough - 1),
       "small is 0 MB and this Mac has 2.00 GB free. It needs at least 2.00 GB free, so the disk isn't left full. Free up some space and "
       "try again.");
+}
+
+TEST_F(LocalModelInstallerTest, aDiskThatFillsUpOnTheWayKeepsWhatIsThere) {
+  const test::SmallDisk disk(256 * 1024);
+  ASSERT_TRUE(disk.isThere()) << "mounting takes root";
+  models = disk.path() / "models";
+  EXPECT_EQ(install(), Kind::fileSystem) << words;
+  EXPECT_NE(words.find("No space left on device"), std::string::npos) << words;
+  EXPECT_FALSE(fs::exists(models / "weights"));
+  EXPECT_TRUE(model.weights.starts_with(partial()) && partial().size() > 100'000) << partial().size();
+  fs::copy(models, folder.path() / "larger");
+  models = folder.path() / "larger";
+  EXPECT_EQ(install(), std::nullopt) << words;
+  EXPECT_TRUE(isVerified());
+  EXPECT_EQ(model.server.connections(), 3u) << "it went on with what it had";
 }
 
 TEST_F(LocalModelInstallerTest, removal) {

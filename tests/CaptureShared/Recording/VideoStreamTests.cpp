@@ -4,8 +4,8 @@
 
 #include "CaptureShared/Recording/LittleEndian.h"
 #include "CaptureShared/Recording/VideoEncryptionError.h"
-#include "tests/CaptureShared/Foundation/SmallDisk.h"
 #include "tests/CaptureShared/Recording/Recordings.h"
+#include "tests/support/SmallDisk.h"
 
 namespace halvo {
 namespace {

@@ -8,7 +8,7 @@
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "Platform/Linux/LinuxArchiveKeyBackend.h"
-#include "tests/CaptureShared/Foundation/SmallDisk.h"
+#include "tests/support/SmallDisk.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace halvo {
