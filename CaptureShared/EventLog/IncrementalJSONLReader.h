@@ -78,6 +78,10 @@ class IncrementalJSONLReader {
   }
   void invalidate() { watermark_.reset(); }
 
+  /// Leaves out what lies before `offset`, which is 0 or just behind a newline: the next read gives the rows from there on. Throws
+  /// `std::system_error`; a missing file is ENOENT.
+  void startAt(std::int64_t offset) { watermark_ = Watermark{FileIdentity::of(url_).inode, offset, 0, offset}; }
+
  private:
   static constexpr std::int64_t chunkBytes = 256 * 1024;
 

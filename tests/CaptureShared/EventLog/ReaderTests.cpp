@@ -9,6 +9,7 @@
 #include "CaptureShared/EventLog/EventLogCursor.h"
 #include "CaptureShared/EventLog/EventLogReader.h"
 #include "CaptureShared/EventLog/IncrementalJSONLReader.h"
+#include "CaptureShared/EventLog/LogTail.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -52,6 +53,28 @@ class FollowedFile {
                                                },
                                                200};
 };
+
+TEST(LogTail, beginsBeforeTheFirstRowThatCounts) {
+  FollowedFile log;
+  EXPECT_THROW(LogTail::offsetOf(0, log.file(), decodeNumber), std::system_error);
+  std::string text;
+  for (int n = 0; n < 100'000; ++n) text += n % 7 == 3 ? "broken\n" : fmt::format("{{\"n\":{},\"words\":\"and so on\"}}\n", n);
+  log.put(text);
+  for (const std::int64_t from : {-5, 0, 60'000, 99'000, 99'998, 200'000}) {
+    SCOPED_TRACE(from);
+    const auto offset = LogTail::offsetOf(from, log.file(), decodeNumber, 100);
+    ASSERT_TRUE(offset == 0 || text[static_cast<std::size_t>(offset) - 1] == '\n');
+    const auto rest = std::string_view(text).substr(static_cast<std::size_t>(offset));
+    const auto first = decodeNumber(rest.substr(0, rest.find('\n')));
+    const auto behind = 100'000 - std::min<std::int64_t>(from, 100'000);
+    EXPECT_LE(first.value(), std::max<std::int64_t>(0, from - 100)) << "nothing that counts is missed";
+    EXPECT_GE(first.value(), 100'000 - 2 * behind - 4'000) << "and not much more is read";
+  }
+  log.reader().startAt(static_cast<std::int64_t>(text.size()));
+  EXPECT_EQ(log.read(), "appended");
+  log.add("{\"n\":7}\n");
+  EXPECT_EQ(log.read(), "appended 7");
+}
 
 TEST(IncrementalJSONLReader, followsGrowthAndReadsEachByteOnce) {
   FollowedFile log;
