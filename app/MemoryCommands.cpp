@@ -8,6 +8,7 @@
 #include <string>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeAppKit/Stores/EventSearch.h"
 #include "AmbitudeCore/Folds/CoachPreferences.h"
 #include "AmbitudeCore/Memory/ConsolidationHealthPresentation.h"
 #include "AmbitudeCore/Memory/MemoryStore.h"
@@ -19,7 +20,6 @@
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "app/CommandOutput.h"
-#include "app/EventSearch.h"
 
 namespace halvo::MemoryCommands {
 
@@ -53,7 +53,7 @@ std::string originOf(const std::string& lesson, const std::vector<PeriodDigest>&
 /// The notice about a memory that does not come about, when there is one.
 void printTrouble(const std::optional<StandingMemory>& memory) {
   const auto events =
-      EventSearch::eventsThat([](EventLogEvent& event) { return event.type.starts_with("memory_consolidation_"); });
+      EventSearch::eventsThat([](EventLogEvent& event) { return event.type.starts_with("memory_consolidation_"); }, DataPaths::events());
   namespace Health = ConsolidationHealthPresentation;
   const auto trouble = Health::trouble(events, memory ? std::optional(memory->regeneratedAtTsMs) : std::nullopt);
   const auto notice =

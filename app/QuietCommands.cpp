@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeAppKit/Stores/EventSearch.h"
 #include "AmbitudeCore/Folds/CoachProjection.h"
 #include "AmbitudeCore/Folds/EventTypes.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -12,7 +13,6 @@
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "app/CommandOutput.h"
-#include "app/EventSearch.h"
 
 namespace halvo::QuietCommands {
 
@@ -27,9 +27,9 @@ int rightNow(F&& command) {
 }
 
 std::optional<UserQuietWindow> latest(std::int64_t nowMs) {
-  const auto rows = EventSearch::eventsThat([](EventLogEvent& event) {
-    return event.type == EventType::userQuietRequested || event.type == EventType::userQuietCancelled;
-  });
+  const auto rows = EventSearch::eventsThat(
+      [](EventLogEvent& event) { return event.type == EventType::userQuietRequested || event.type == EventType::userQuietCancelled; },
+      DataPaths::events());
   return CoachProjection::latestUserQuietWindow(rows, nowMs);
 }
 

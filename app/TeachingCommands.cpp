@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "AmbitudeAppKit/Live/LiveLog.h"
+#include "AmbitudeAppKit/Stores/Corrections.h"
+#include "AmbitudeAppKit/Stores/EventSearch.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
 #include "AmbitudeCore/Folds/CoachCorrectionsLog.h"
 #include "AmbitudeCore/Folds/CoachPreferences.h"
@@ -23,7 +25,6 @@
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "app/CommandOutput.h"
-#include "app/EventSearch.h"
 
 namespace halvo::TeachingCommands {
 
@@ -38,10 +39,6 @@ using EventSearch::eventsThat;
 template <class F>
 int withRoot(F&& command) {
   return CommandOutput::withDataRoot([&] { return std::forward<F>(command)(DataPaths::dataRoot()); });
-}
-
-std::vector<CoachCorrection> correctionsInLog() {
-  return CoachCorrectionsLog::fromEvents(eventsThat([](EventLogEvent& event) { return event.type == EventType::correctionRecorded; }));
 }
 
 std::string described(const CoachCorrection& correction, std::int64_t nowMs, const Calendar& calendar) {
@@ -66,7 +63,7 @@ bool isReply(const EventLogEvent& event) {
 }
 
 std::optional<EventLogEvent> lastReply() {
-  auto replies = eventsThat([](EventLogEvent& event) { return isReply(event); });
+  auto replies = eventsThat([](EventLogEvent& event) { return isReply(event); }, DataPaths::events());
   const auto newest = std::ranges::max_element(replies, {}, &EventLogEvent::tsMs);
   return newest == replies.end() ? std::nullopt : std::optional(std::move(*newest));
 }
@@ -91,13 +88,7 @@ std::vector<ClassifierTick> ticks(const std::filesystem::path& root) {
 
 int corrections() {
   return withRoot([](const std::filesystem::path& root) {
-    std::vector<CoachCorrection> list;
-    try {
-      list = CoachCorrectionsLog::readAll(CoachCorrectionsLog::defaultURL(root));
-    } catch (const std::system_error& error) {
-      if (error.code() != std::errc::no_such_file_or_directory) throw;
-      list = correctionsInLog();
-    }
+    const auto list = Corrections::list(root);
     if (list.empty()) print("no corrections: tell Lark how it should behave, and they stand here");
     for (const auto& correction : list) print(described(correction, Clock::system().nowMs(), Calendar::local()));
     return 0;
@@ -106,10 +97,7 @@ int corrections() {
 
 int deleteCorrection(std::int64_t atMs) {
   return withRoot([&](const std::filesystem::path& root) {
-    const auto url = CoachCorrectionsLog::defaultURL(root);
-    // Without a file the log would bring it back.
-    CoachCorrectionsLog::restore(correctionsInLog(), url);
-    if (!CoachCorrectionsLog::erase(atMs, url)) return fail("there is no correction of that number; see: halvo corrections");
+    if (!Corrections::erase(atMs, root)) return fail("there is no correction of that number; see: halvo corrections");
     print("deleted");
     return 0;
   });
@@ -160,7 +148,8 @@ int grade(const CoachFeedbackWriter::Feedback& given) {
     if (trouble) return fail(*trouble);
     if (std::holds_alternative<CoachFeedbackWriter::Criterion>(given)) {
       const auto fromMs = reply->tsMs - CoachFeedbackWriter::fixtureReachMs;
-      const auto events = eventsThat([&](EventLogEvent& event) { return event.tsMs >= fromMs && event.tsMs <= reply->tsMs; });
+      const auto events = eventsThat([&](EventLogEvent& event) { return event.tsMs >= fromMs && event.tsMs <= reply->tsMs; },
+                                     DataPaths::events());
       CoachFeedbackWriter::captureFixture({.atMs = reply->tsMs, .events = events, .ticks = ticks(root), .asOfMs = now},
                                           CoachFeedbackWriter::fixturesDirectory(root));
     }

@@ -11,13 +11,6 @@ namespace {
 /// A sample stands for the time to the next one, but never for longer than this: behind it the machine slept or the sampler stopped.
 constexpr std::int64_t maxSampleReachMs = 10'000;
 
-Presence presenceOf(const Sample& sample) {
-  if (sample.app && Text::equalsIgnoringCase(*sample.app, "loginwindow")) return Presence::away;
-  const double idle = sample.idleSec.value_or(0);
-  if (idle > awayThresholdSec) return Presence::away;
-  return idle > idleThresholdSec ? Presence::idle : Presence::active;
-}
-
 /// Neighbouring samples of one value as spans; `valueOf` answers absent for a sample that belongs to none.
 template <class Value, class F>
 std::vector<Span<Value>> spans(const std::vector<Sample>& samples, const Range& range, F&& valueOf) {
@@ -47,6 +40,13 @@ std::vector<Span<Value>> spans(const std::vector<Sample>& samples, const Range& 
 }
 
 }  // namespace
+
+Presence presenceOf(const Sample& sample) {
+  if (sample.app && Text::equalsIgnoringCase(*sample.app, "loginwindow")) return Presence::away;
+  const double idle = sample.idleSec.value_or(0);
+  if (idle > awayThresholdSec) return Presence::away;
+  return idle > idleThresholdSec ? Presence::idle : Presence::active;
+}
 
 std::vector<Span<std::string>> appSpans(const std::vector<Sample>& samples, const Range& range) {
   return spans<std::string>(samples, range, [](const Sample& sample) { return sample.app; });

@@ -22,6 +22,8 @@ struct Sample {
 };
 
 enum class Presence { active, idle, away };
+/// Active below a minute without input, idle below three, else away; the lock screen is away.
+Presence presenceOf(const Sample& sample);
 template <class Value>
 struct Span {
   std::int64_t fromMs = 0, toMs = 0;
@@ -42,7 +44,6 @@ struct Range {
 };
 /// The stretches of one frontmost app; samples of an unknown app break a span. Samples are in time order.
 std::vector<Span<std::string>> appSpans(const std::vector<Sample>& samples, const Range& range);
-/// Active below a minute without input, idle below three, else away; the lock screen is away.
 std::vector<Span<Presence>> presenceSpans(const std::vector<Sample>& samples, const Range& range);
 std::vector<Event> events(const std::vector<Sample>& samples, std::int64_t fromMs, std::int64_t toMs);
 

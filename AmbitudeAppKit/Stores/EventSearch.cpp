@@ -1,15 +1,14 @@
-#include "app/EventSearch.h"
+#include "AmbitudeAppKit/Stores/EventSearch.h"
 
 #include <system_error>
 
-#include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/IncrementalJSONLReader.h"
 #include "CaptureShared/Foundation/Match.h"
 
 namespace halvo::EventSearch {
 
-std::vector<EventLogEvent> eventsThat(const std::function<bool(EventLogEvent&)>& keeps) {
-  auto reader = JSONLReaders::events(DataPaths::events(), keeps);
+std::vector<EventLogEvent> eventsThat(const std::function<bool(EventLogEvent&)>& keeps, const std::filesystem::path& log) {
+  auto reader = JSONLReaders::events(log, keeps);
   try {
     return match(
         reader.readFull(), [](Reset<EventLogEvent>&& all) { return std::move(all.rows); },
