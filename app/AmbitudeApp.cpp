@@ -1,29 +1,32 @@
 // The desktop application. `--dump` prints what the system believes and ends.
-#include <csignal>
 #include <cstdio>
 
+#include <QApplication>
+
 #include "AmbitudeAppKit/Entry/AppEntryPoint.h"
-#include "AmbitudeAppKit/Live/TerminalChat.h"
+#include "AmbitudeAppKit/Views/DesktopApplication.h"
+#include "AmbitudeAppKit/Views/Theme.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
-#include "CaptureShared/Foundation/TerminationSignals.h"
+#include "CaptureShared/Foundation/Clock.h"
 
 namespace {
 
-/// Until there is a window: the conversation in the terminal it was started from.
-void mainLoop() {
-  if (!halvo::DataPaths::ensureSubdirsExist()) {
-    std::fprintf(stderr, "%s\n", halvo::DataPaths::dataRootUnavailableReason().c_str());
-    return;
-  }
-  halvo::TerminationSignals signals;
-  halvo::TerminalChat chat({.dataRoot = halvo::DataPaths::dataRoot(), .processName = "AmbitudeApp"}, halvo::Calendar::local());
-  chat.run(signals.token());
+void mainLoop(int& argc, char** argv) {
+  QApplication application(argc, argv);
+  QApplication::setApplicationName("halvo");
+  QApplication::setApplicationDisplayName("Halvo");
+  QApplication::setDesktopFileName("halvo");
+  halvo::Theme::install(application, halvo::Theme::Mode::automatic);
+  if (!halvo::DataPaths::ensureSubdirsExist()) std::fprintf(stderr, "%s\n", halvo::DataPaths::dataRootUnavailableReason().c_str());
+  halvo::DesktopApplication desktop({.root = halvo::DataPaths::dataRoot(), .nowMs = halvo::Clock::system().nowMs}, {});
+  desktop.show();
+  QApplication::exec();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   halvo::AgentUmask::apply();
-  halvo::AppEntryPoint::run({argv + 1, argv + argc}, mainLoop);
+  halvo::AppEntryPoint::run({argv + 1, argv + argc}, [&] { mainLoop(argc, argv); });
 }

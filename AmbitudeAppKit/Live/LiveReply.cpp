@@ -27,7 +27,7 @@ std::int64_t writtenMs(const std::filesystem::path& file) {
 
 }  // namespace
 
-std::string LiveReply::look(std::int64_t nowMs, const Calendar& calendar) {
+std::optional<LiveReply::Shown> LiveReply::current(std::int64_t nowMs) {
   const auto& state = reader_.consume(stream_);
   if (!hasLooked_) {
     hasLooked_ = true;
@@ -38,10 +38,14 @@ std::string LiveReply::look(std::int64_t nowMs, const Calendar& calendar) {
   }
   lastTurn_ = state.turnID;
   lastOffset_ = reader_.offset();
-  if (state.turnID.empty() || settled_.contains(state.turnID) || nowMs - changedMs_ > staleMs) return {};
+  if (state.turnID.empty() || settled_.contains(state.turnID) || nowMs - changedMs_ > staleMs) return std::nullopt;
+  return Shown{timeOf(state.turnID, nowMs), state.text, withThinking_ ? state.thinking : std::string()};
+}
 
-  const LiveLog::Line line{timeOf(state.turnID, nowMs), LiveLog::Kind::coach, TerminalText::oneLine(state.text),
-                           withThinking_ ? TerminalText::oneLine(state.thinking) : std::string()};
+std::string LiveReply::look(std::int64_t nowMs, const Calendar& calendar) {
+  const auto reply = current(nowMs);
+  if (!reply) return {};
+  const LiveLog::Line line{reply->tsMs, LiveLog::Kind::coach, TerminalText::oneLine(reply->text), TerminalText::oneLine(reply->thinking)};
   auto shown = LiveLog::renderThinking(line, calendar);
   if (!line.text.empty()) shown += (shown.empty() ? "" : "\n") + LiveLog::render(line, calendar);
   return shown;
@@ -49,9 +53,12 @@ std::string LiveReply::look(std::int64_t nowMs, const Calendar& calendar) {
 
 void LiveReply::settle(const LiveLog::Line& line) {
   // A gate's decision has the time of the turn that comes of it.
-  if (line.kind == LiveLog::Kind::gate || line.kind == LiveLog::Kind::verdict) return;
+  if (line.kind != LiveLog::Kind::gate && line.kind != LiveLog::Kind::verdict) settle(line.tsMs);
+}
+
+void LiveReply::settle(std::int64_t tsMs) {
   if (settled_.size() > 1000) settled_.erase(settled_.begin());
-  settled_.insert(CoachStream::turnID(line.tsMs));
+  settled_.insert(CoachStream::turnID(tsMs));
 }
 
 }  // namespace halvo

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -18,10 +19,20 @@ class LiveReply {
 
   LiveReply(std::filesystem::path stream, bool withThinking) : stream_(std::move(stream)), withThinking_(withThinking) {}
 
-  /// A look at the stream: what is to be shown now, safe on a terminal; empty for nothing. What had ended at the first look is never shown.
+  /// What has been written so far.
+  struct Shown {
+    std::int64_t tsMs = 0;  ///< of the turn
+    std::string text = {}, thinking = {};
+    bool operator==(const Shown&) const = default;
+  };
+  /// A look at the stream: what is to be shown now; absent for nothing. What had ended at the first look is never shown.
+  std::optional<Shown> current(std::int64_t nowMs);
+  /// The same as lines that are safe on a terminal; empty for nothing.
   std::string look(std::int64_t nowMs, const Calendar& calendar);
   /// A row has come; those of a turn settle it.
   void settle(const LiveLog::Line& line);
+  /// A row of the event log of this time has come.
+  void settle(std::int64_t tsMs);
 
  private:
   std::filesystem::path stream_;

@@ -90,7 +90,10 @@ Failure say(const std::string& text) {
   return Text::isBlank(text) ? std::nullopt : attempt([&] { sendUserMessage(text, DataPaths::dataRoot(), program); });
 }
 
-Failure dismissConversation(std::int64_t nowMs) { return append(CoachTurnEffects::userDismissedUIEvent(nowMs)); }
+Failure dismissConversation(std::int64_t nowMs, Dismissal how) {
+  return append(how == Dismissal::closed ? CoachTurnEffects::userDismissedUIEvent(nowMs)
+                                         : CoachTurnEffects::event("ui_closed", {{"dismissed_by", "answer"}}, nowMs));
+}
 
 Failure forgetCorrection(std::int64_t atMs) {
   bool isThere = false;

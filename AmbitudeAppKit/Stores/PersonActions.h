@@ -31,8 +31,12 @@ Failure quiet(UserQuietDuration duration, std::int64_t nowMs, const Calendar& ca
 Failure endQuiet(std::int64_t requestedMs, std::int64_t nowMs);
 /// A blank text is nothing to say.
 Failure say(const std::string& text);
-/// The conversation was closed by the person.
-Failure dismissConversation(std::int64_t nowMs);
+enum class Dismissal {
+  closed,   ///< by the person, which holds Lark back for a while
+  answered  ///< the answer took its place
+};
+/// The conversation is no longer open.
+Failure dismissConversation(std::int64_t nowMs, Dismissal how = Dismissal::closed);
 /// Deletes the correction that was recorded at `atMs`.
 Failure forgetCorrection(std::int64_t atMs);
 

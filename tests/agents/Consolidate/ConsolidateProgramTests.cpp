@@ -306,7 +306,9 @@ TEST(ConsolidateProgram, aYearPassesInLittleMemory) {
   EXPECT_NE(scene.log().find("period 1459 of 14"), std::string::npos);
   EXPECT_NE(scene.log().find(" left"), std::string::npos);
   EXPECT_GT(peakKB, 1000);
+#if !defined(__SANITIZE_ADDRESS__)  // which keeps what was freed for a while
   EXPECT_LT(peakKB, 100'000);
+#endif
   const auto memory = MemoryStore::readStanding(scene.root);
   ASSERT_TRUE(memory);
   EXPECT_FALSE(memory->salvaged);

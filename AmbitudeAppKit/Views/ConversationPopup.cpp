@@ -1,0 +1,69 @@
+#include "AmbitudeAppKit/Views/ConversationPopup.h"
+
+#include <QCloseEvent>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QScreen>
+#include <QVBoxLayout>
+
+#include "AmbitudeAppKit/Stores/PersonActions.h"
+#include "AmbitudeAppKit/Views/ConversationView.h"
+#include "AmbitudeAppKit/Views/Theme.h"
+
+namespace halvo {
+
+namespace {
+
+constexpr std::size_t entriesShown = 6;
+
+}  // namespace
+
+ConversationPopup::ConversationPopup(DayFeed& feed)
+    : QWidget(nullptr, Qt::Window | Qt::WindowStaysOnTopHint | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint),
+      feed_(feed) {
+  setAttribute(Qt::WA_ShowWithoutActivating);
+  setAttribute(Qt::WA_QuitOnClose, false);
+  setObjectName("popup");
+  setWindowTitle(tr("Lark"));
+  auto* column = new QVBoxLayout(this);
+  column->setContentsMargins(0, 0, 0, 0);
+  conversation_ = new ConversationView(feed_, entriesShown);
+  column->addWidget(conversation_);
+  resize(Theme::scaled(400), Theme::scaled(340));
+  connect(conversation_, &ConversationView::said, this, [this] {
+    PersonActions::dismissConversation(feed_.config().nowMs(), PersonActions::Dismissal::answered);
+    hide();
+  });
+  connect(&feed_, &DayFeed::conversationChanged, this, &ConversationPopup::follow);
+  follow();
+}
+
+void ConversationPopup::follow() {
+  const auto& conversation = feed_.conversation();
+  if (!conversation.isOpen) return hide();
+  // Also what was asked for while no application ran, as long as it is unanswered.
+  if (conversation.wantsAnswer && conversation.openedMs > presentedMs_) present();
+}
+
+void ConversationPopup::present() {
+  presentedMs_ = feed_.conversation().openedMs;
+  const auto room = QGuiApplication::primaryScreen()->availableGeometry();
+  const auto space = Theme::scaled(24);
+  move(room.right() - width() - space, room.bottom() - height() - space);
+  show();
+}
+
+void ConversationPopup::closeEvent(QCloseEvent* event) {
+  PersonActions::dismissConversation(feed_.config().nowMs());
+  event->accept();
+  feed_.look();
+}
+
+void ConversationPopup::keyPressEvent(QKeyEvent* event) {
+  if (event->key() == Qt::Key_Escape) close();
+  else QWidget::keyPressEvent(event);
+}
+
+}  // namespace halvo

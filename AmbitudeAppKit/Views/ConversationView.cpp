@@ -1,0 +1,118 @@
+#include "AmbitudeAppKit/Views/ConversationView.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QVBoxLayout>
+
+#include "AmbitudeAppKit/Stores/PersonActions.h"
+#include "AmbitudeAppKit/Views/ChatEntryView.h"
+#include "AmbitudeAppKit/Views/Theme.h"
+#include "AmbitudeAppKit/Views/Widgets.h"
+#include "CaptureShared/Foundation/Match.h"
+
+namespace halvo {
+
+using Widgets::qt;
+
+ConversationView::ConversationView(DayFeed& feed, std::size_t atMost, QWidget* parent) : Page(parent), feed_(feed), atMost_(atMost) {
+  auto* whole = new QVBoxLayout(this);
+  const auto space = Theme::scaled(18);
+  whole->setContentsMargins(space, space, space, space);
+  area_ = new QScrollArea;
+  area_->setWidgetResizable(true);
+  area_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  area_->setAccessibleName(tr("Conversation with Lark"));
+  auto* content = new QWidget;
+  auto* column = new QVBoxLayout(content);
+  column->addStretch();
+  list_ = new QVBoxLayout;
+  list_->setSpacing(Theme::scaled(8));
+  column->addLayout(list_);
+  reply_ = Widgets::text();
+  reply_->setObjectName("reply");
+  reply_->setVisible(false);
+  column->addWidget(reply_);
+  area_->setWidget(content);
+  whole->addWidget(area_, 1);
+  failure_ = Widgets::text();
+  failure_->setVisible(false);
+  whole->addWidget(failure_);
+  auto* row = new QHBoxLayout;
+  input_ = new QLineEdit;
+  input_->setObjectName("say");
+  input_->setPlaceholderText(tr("Say something to Lark"));
+  input_->setAccessibleName(tr("Say something to Lark"));
+  connect(input_, &QLineEdit::returnPressed, this, &ConversationView::send);
+  row->addWidget(input_, 1);
+  row->addWidget(Widgets::primary(tr("Send"), [this] { send(); }));
+  whole->addLayout(row);
+
+  auto* bar = area_->verticalScrollBar();
+  connect(bar, &QScrollBar::valueChanged, this, [this, bar] { isAtEnd_ = bar->value() >= bar->maximum() - Theme::scaled(40); });
+  connect(bar, &QScrollBar::rangeChanged, this, [this] { keepAtEnd(); });
+  connect(&feed_, &DayFeed::conversationChanged, this, &ConversationView::refresh);
+  connect(&feed_, &DayFeed::replyChanged, this, &ConversationView::showReply);
+  refresh();
+}
+
+void ConversationView::keepAtEnd() {
+  if (isAtEnd_) area_->verticalScrollBar()->setValue(area_->verticalScrollBar()->maximum());
+}
+
+void ConversationView::refresh() {
+  const auto& all = feed_.conversation().entries;
+  const auto from = all.size() > atMost_ ? all.size() - atMost_ : 0;
+  const std::span entries(all.begin() + static_cast<std::ptrdiff_t>(from), all.end());
+  // What grew at the end is added; anything else (an undo that ended, an earlier day) is shown anew.
+  const bool onlyGrew = shownEntries_.size() <= entries.size() && std::equal(shownEntries_.begin(), shownEntries_.end(), entries.begin());
+  const auto already = onlyGrew ? shownEntries_.size() : 0;
+  if (!onlyGrew) Widgets::clear(list_);
+  if (already == 0 && atMost_ > 20 && list_->count() == 0)
+    list_->addWidget(Widgets::link(tr("Show earlier days"), [this] { feed_.showEarlier(); }), 0, Qt::AlignHCenter);
+  for (const auto& entry : entries.subspan(already)) addEntry(entry);
+  shownEntries_.assign(entries.begin(), entries.end());
+}
+
+void ConversationView::addEntry(const Conversation::Entry& entry) {
+  list_->addWidget(new ChatEntryView(entry, feed_.config().calendar, [this](const Conversation::Undo& what) { undo(what); }));
+}
+
+void ConversationView::showReply(const std::optional<LiveReply::Shown>& reply) {
+  reply_->setVisible(reply.has_value());
+  if (!reply) return;
+  reply_->setText(reply->text.empty() ? tr("Lark is thinking…") : tr("Lark: %1").arg(qt(reply->text)));
+}
+
+void ConversationView::send() {
+  const auto words = Widgets::utf8(input_->text());
+  if (words.find_first_not_of(" \t") == std::string::npos) return;
+  const auto failure = PersonActions::say(words);
+  tell(failure);
+  if (failure) return;  // the words stay in the line
+  input_->clear();
+  isAtEnd_ = true;
+  emit said();
+}
+
+void ConversationView::undo(const Conversation::Undo& what) {
+  const auto nowMs = feed_.config().nowMs();
+  tell(match(
+      what,
+      [&](const Conversation::ClearDeclaration&) {
+        return PersonActions::apply({.kind = PersonActions::Typed::Kind::clear}, nowMs);
+      },
+      [&](const Conversation::EndQuiet& quiet) { return PersonActions::endQuiet(quiet.requestedMs, nowMs); },
+      [&](const Conversation::ForgetCorrection& correction) { return PersonActions::forgetCorrection(correction.atMs); }));
+}
+
+void ConversationView::tell(const std::optional<std::string>& failure) {
+  failure_->setText(failure ? qt(*failure) : QString());
+  failure_->setVisible(failure.has_value());
+  feed_.look();
+}
+
+}  // namespace halvo

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include <QObject>
+#include <QTimer>
+
+#include "AmbitudeAppKit/Live/LiveReply.h"
+#include "AmbitudeAppKit/Present/Conversation.h"
+#include "AmbitudeAppKit/Present/NowPage.h"
+#include "AmbitudeAppKit/Stores/BackgroundQueue.h"
+#include "AmbitudeAppKit/Stores/DayStore.h"
+
+namespace halvo {
+
+/// Follows the data root off the main thread and says what the pages show when that changes.
+class DayFeed : public QObject {
+  Q_OBJECT
+
+ public:
+  struct Config {
+    std::filesystem::path root = {};
+    Calendar calendar = Calendar::local();
+    std::function<std::int64_t()> nowMs = {};
+    int pollMs = 500;        ///< between two looks at the logs
+    int replyPollMs = 200;   ///< between two looks at the reply that is being written
+  };
+  explicit DayFeed(Config config, QObject* parent = nullptr);
+  ~DayFeed() override;
+
+  const NowPage& now() const { return now_; }
+  const Conversation& conversation() const { return conversation_; }
+  const Config& config() const { return config_; }
+
+  /// Looks now, as after something was written.
+  void look();
+  /// Shows three more days of the conversation.
+  void showEarlier();
+
+ signals:
+  void nowChanged();
+  void conversationChanged();
+  void replyChanged(const std::optional<LiveReply::Shown>& reply);
+  /// What keeps the logs from being read; empty when nothing does.
+  void troubleChanged(const QString& words);
+
+ private:
+  struct Look {
+    NowPage now = {};
+    Conversation conversation = {};
+    std::string trouble = {};
+    bool isNews = false;
+  };
+  struct State;  ///< what the queue's thread owns
+
+  Look lookAtFiles();
+  void take(Look look);
+  void followReply();
+
+  Config config_;
+  NowPage now_;
+  Conversation conversation_;
+  std::optional<LiveReply::Shown> reply_;
+  QString trouble_;
+  bool isLooking_ = false, isReading_ = false;
+  QTimer poll_, replyPoll_;
+  std::unique_ptr<State> state_;
+  BackgroundQueue queue_;  // last: its jobs use the state
+};
+
+}  // namespace halvo

@@ -1,0 +1,116 @@
+#include "AmbitudeAppKit/Views/NowView.h"
+
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include "AmbitudeAppKit/Views/DayStripView.h"
+#include "AmbitudeAppKit/Views/Theme.h"
+#include "AmbitudeAppKit/Views/Widgets.h"
+
+namespace halvo {
+
+using Widgets::qt;
+
+NowView::NowView(DayFeed& feed, QWidget* parent) : Page(parent), feed_(feed) {
+  auto* column = Widgets::scrollingColumn(this);
+  column->addWidget(declarationCard());
+  column->addWidget(dayCard());
+  column->addWidget(quietCard());
+  column->addStretch();
+  connect(&feed_, &DayFeed::nowChanged, this, &NowView::refresh);
+  refresh();
+}
+
+QFrame* NowView::declarationCard() {
+  QVBoxLayout* column = nullptr;
+  auto* card = Widgets::card(column);
+  task_ = Widgets::heading({});
+  clock_ = Widgets::note();
+  why_ = Widgets::note();
+  verdict_ = Widgets::text();
+  failure_ = Widgets::text();
+  line_ = new QLineEdit;
+  line_->setObjectName("declare");
+  line_->setPlaceholderText(tr("What do you mean to be doing? \"write the essay until 5pm\", \"break for 15 min\", \"clear\""));
+  line_->setAccessibleName(tr("Declare what you mean to be doing, take a break, or clear"));
+  connect(line_, &QLineEdit::returnPressed, this, &NowView::typed);
+  auto* row = new QHBoxLayout;
+  row->addWidget(line_, 1);
+  row->addWidget(Widgets::primary(tr("Declare"), [this] { typed(); }));
+  for (auto* widget : {task_, clock_, why_, verdict_}) column->addWidget(widget);
+  column->addLayout(row);
+  column->addWidget(failure_);
+  return card;
+}
+
+QFrame* NowView::dayCard() {
+  QVBoxLayout* column = nullptr;
+  auto* card = Widgets::card(column);
+  column->addWidget(Widgets::subheading(tr("Today")));
+  day_ = new DayStripView(feed_.config().calendar);
+  day_->setObjectName("day");
+  column->addWidget(day_);
+  column->addWidget(Widgets::note(tr("Apps, then presence, then verdicts; ● Lark asked, ▲ you declared, ■ quiet or cleared. Scroll to zoom.")));
+  return card;
+}
+
+QFrame* NowView::quietCard() {
+  QVBoxLayout* column = nullptr;
+  auto* card = Widgets::card(column);
+  column->addWidget(Widgets::subheading(tr("Quiet")));
+  quiet_ = Widgets::text();
+  column->addWidget(quiet_);
+  quietChoices_ = new QWidget;
+  auto* row = new QHBoxLayout(quietChoices_);
+  row->setContentsMargins(0, 0, 0, 0);
+  for (const auto& [duration, label] : RawValues<UserQuietDuration>::table) {
+    auto* choice = Widgets::button(
+        tr(label), [this, duration = duration] { done(PersonActions::quiet(duration, feed_.config().nowMs(), feed_.config().calendar)); },
+        tr("Quiet: %1").arg(tr(label)));
+    choice->setObjectName(QString("quiet ") + label);
+    row->addWidget(choice);
+  }
+  row->addStretch();
+  endQuiet_ = Widgets::button(tr("End quiet"), [this] {
+    if (const auto& quiet = feed_.now().quiet) done(PersonActions::endQuiet(quiet->requestedMs, feed_.config().nowMs()));
+  });
+  endQuiet_->setObjectName("end quiet");
+  column->addWidget(quietChoices_);
+  column->addWidget(endQuiet_, 0, Qt::AlignLeft);
+  return card;
+}
+
+void NowView::refresh() {
+  const auto& now = feed_.now();
+  task_->setText(now.task.empty() ? tr("Nothing declared") : qt(now.task));
+  clock_->setText(qt(now.clock));
+  why_->setText(now.why.empty() ? QString() : tr("Because: %1").arg(qt(now.why)));
+  verdict_->setText(qt(now.verdict));
+  for (auto* label : {clock_, why_, verdict_}) label->setVisible(!label->text().isEmpty());
+  auto palette = clock_->palette();
+  palette.setColor(QPalette::WindowText, now.isOverdue ? Theme::current().warning : Theme::current().muted);
+  clock_->setPalette(palette);
+  quiet_->setText(now.quiet ? qt(now.quiet->words) : tr("Lark may speak up. Ask to be left alone:"));
+  quietChoices_->setVisible(!now.quiet);
+  endQuiet_->setVisible(now.quiet.has_value());
+  day_->show(now.day);
+}
+
+void NowView::typed() {
+  const auto read = PersonActions::readTyped(Widgets::utf8(line_->text()), feed_.config().nowMs(), feed_.config().calendar);
+  if (read.kind == PersonActions::Typed::Kind::nothing) return;
+  if (done(PersonActions::apply(read, feed_.config().nowMs()))) line_->clear();
+}
+
+bool NowView::done(const PersonActions::Failure& failure) {
+  failure_->setText(failure ? qt(*failure) : QString());
+  failure_->setVisible(failure.has_value());
+  if (!failure) feed_.look();
+  return !failure;
+}
+
+}  // namespace halvo

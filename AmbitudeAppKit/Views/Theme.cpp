@@ -1,0 +1,120 @@
+#include "AmbitudeAppKit/Views/Theme.h"
+
+#include <QApplication>
+#include <QFontMetrics>
+#include <QPalette>
+#include <QStyleFactory>
+
+namespace halvo {
+
+namespace {
+
+Theme light() {
+  Theme t;
+  t.window = "#f6f5f2", t.surface = "#ffffff", t.raised = "#efede8", t.line = "#dcd9d2";
+  t.text = "#23211e", t.muted = "#67625a", t.accent = "#2f5d8a", t.onAccent = "#ffffff";
+  t.good = "#3f7d4e", t.warning = "#8a5a00", t.bad = "#b0402c", t.quiet = "#6b5b95";
+  t.apps = {"#6c8ebf", "#82b366", "#d79b00", "#b85450", "#9673a6", "#4e9a9a", "#a08060", "#5f7f5f", "#c27ba0", "#7f8c9d"};
+  return t;
+}
+
+Theme dark() {
+  Theme t;
+  t.isDark = true;
+  t.window = "#1d1e20", t.surface = "#26282b", t.raised = "#303338", t.line = "#3c4046";
+  t.text = "#e8e6e1", t.muted = "#a7a49d", t.accent = "#8ab4e0", t.onAccent = "#12202e";
+  t.good = "#7fc08f", t.warning = "#e0b060", t.bad = "#ee8b78", t.quiet = "#b3a3dc";
+  t.apps = {"#7f9fcf", "#8fbf76", "#dba93a", "#cf7672", "#a98ab8", "#66b0b0", "#b59678", "#7f9f7f", "#d091b3", "#93a0b0"};
+  return t;
+}
+
+Theme installed = light();
+
+QPalette paletteOf(const Theme& t) {
+  QPalette palette;
+  palette.setColor(QPalette::Window, t.window);
+  palette.setColor(QPalette::WindowText, t.text);
+  palette.setColor(QPalette::Base, t.surface);
+  palette.setColor(QPalette::AlternateBase, t.raised);
+  palette.setColor(QPalette::Text, t.text);
+  palette.setColor(QPalette::PlaceholderText, t.muted);
+  palette.setColor(QPalette::Button, t.raised);
+  palette.setColor(QPalette::ButtonText, t.text);
+  palette.setColor(QPalette::Highlight, t.accent);
+  palette.setColor(QPalette::HighlightedText, t.onAccent);
+  palette.setColor(QPalette::Link, t.accent);
+  palette.setColor(QPalette::ToolTipBase, t.raised);
+  palette.setColor(QPalette::ToolTipText, t.text);
+  palette.setColor(QPalette::Mid, t.line);
+  for (const auto role : {QPalette::Text, QPalette::ButtonText, QPalette::WindowText}) palette.setColor(QPalette::Disabled, role, t.muted);
+  return palette;
+}
+
+QString sheetOf(const Theme& t) {
+  return QString(R"(
+    QWidget { color: %text; }
+    QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; border: none; }
+    QLineEdit, QPlainTextEdit, QTextEdit, QComboBox, QSpinBox { background: %surface; border: 1px solid %line; border-radius: %r; padding: %p; }
+    QLineEdit:focus, QPlainTextEdit:focus, QTextEdit:focus, QComboBox:focus, QSpinBox:focus { border: 2px solid %accent; }
+    QPushButton { background: %raised; border: 1px solid %line; border-radius: %r; padding: %p %pp; }
+    QPushButton:hover { border-color: %accent; }
+    QPushButton:focus { border: 2px solid %accent; }
+    QPushButton:disabled { color: %muted; background: %window; }
+    QPushButton[primary="true"] { background: %accent; color: %onAccent; border-color: %accent; }
+    QPushButton[primary="true"]:focus { border: 2px solid %text; }
+    QPushButton[flat="true"] { background: transparent; border: 1px solid transparent; color: %accent; padding: %p; }
+    QPushButton[flat="true"]:focus { border: 2px solid %accent; }
+    QFrame[card="true"] { background: %surface; border: 1px solid %line; border-radius: %r; }
+    QLabel[muted="true"] { color: %muted; }
+    QTableView, QListView, QTreeView { background: %surface; border: 1px solid %line; border-radius: %r; gridline-color: %line; }
+    QHeaderView::section { background: %raised; border: none; border-bottom: 1px solid %line; padding: %p; }
+    QProgressBar { background: %raised; border: 1px solid %line; border-radius: %r; text-align: center; }
+    QProgressBar::chunk { background: %accent; border-radius: %r; }
+    QListWidget#pages { background: %window; border: none; border-right: 1px solid %line; border-radius: 0; outline: none; }
+    QListWidget#pages::item { padding: %p %pp; border-radius: %r; margin: 1px %p; color: %text; }
+    QListWidget#pages::item:selected { background: %raised; color: %text; border-left: 3px solid %accent; }
+    QListWidget#pages::item:focus { border-left: 3px solid %text; }
+    QToolTip { background: %raised; color: %text; border: 1px solid %line; }
+  )")
+      .replace("%surface", t.surface.name())
+      .replace("%window", t.window.name())
+      .replace("%raised", t.raised.name())
+      .replace("%line", t.line.name())
+      .replace("%text", t.text.name())
+      .replace("%muted", t.muted.name())
+      .replace("%onAccent", t.onAccent.name())
+      .replace("%accent", t.accent.name())
+      .replace("%pp", QString::number(Theme::scaled(14)) + "px")
+      .replace("%p", QString::number(Theme::scaled(6)) + "px")
+      .replace("%r", QString::number(Theme::scaled(6)) + "px");
+}
+
+}  // namespace
+
+const Theme& Theme::current() { return installed; }
+
+void Theme::install(QApplication& application, Mode mode) {
+  // Asked before ours is set: the desktop's own palette tells what its user likes.
+  static const bool desktopIsDark = application.palette().color(QPalette::Window).lightness() < 128;
+  installed = mode == Mode::dark || (mode == Mode::automatic && desktopIsDark) ? dark() : light();
+  QApplication::setStyle(QStyleFactory::create("Fusion"));
+  QApplication::setPalette(paletteOf(installed));
+  application.setStyleSheet(sheetOf(installed));
+}
+
+int Theme::scaled(int pixels) {
+  constexpr double ordinaryHeight = 17;  // of a line of text at 96 dots an inch
+  return static_cast<int>(pixels * std::max(1.0, QFontMetrics(QApplication::font()).height() / ordinaryHeight) + 0.5);
+}
+
+QFont Theme::font(double factor, bool isBold) {
+  auto font = QApplication::font();
+  if (font.pointSizeF() > 0)
+    font.setPointSizeF(font.pointSizeF() * factor);
+  else
+    font.setPixelSize(static_cast<int>(font.pixelSize() * factor));
+  if (isBold) font.setWeight(QFont::DemiBold);
+  return font;
+}
+
+}  // namespace halvo

@@ -1,0 +1,97 @@
+#include "AmbitudeAppKit/Views/Widgets.h"
+
+#include <QFrame>
+#include <QLabel>
+#include <QLayoutItem>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+#include "AmbitudeAppKit/Views/Theme.h"
+
+namespace halvo::Widgets {
+
+QLabel* text(const QString& words) {
+  auto* label = new QLabel(words);
+  label->setTextFormat(Qt::PlainText);
+  label->setWordWrap(true);
+  label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  return label;
+}
+
+QLabel* heading(const QString& words) {
+  auto* label = text(words);
+  label->setFont(Theme::font(1.6, true));
+  return label;
+}
+
+QLabel* subheading(const QString& words) {
+  auto* label = text(words);
+  label->setFont(Theme::font(1.15, true));
+  return label;
+}
+
+QLabel* note(const QString& words) {
+  auto* label = text(words);
+  label->setProperty("muted", true);
+  return label;
+}
+
+QPushButton* button(const QString& label, std::function<void()> pressed, const QString& description) {
+  auto* made = new QPushButton(label);
+  made->setAutoDefault(false);
+  made->setAccessibleName(description.isEmpty() ? QString(label).remove('&') : description);
+  QObject::connect(made, &QPushButton::clicked, made, [act = std::move(pressed)] { act(); });
+  return made;
+}
+
+QPushButton* primary(const QString& label, std::function<void()> pressed, const QString& description) {
+  auto* made = button(label, std::move(pressed), description);
+  made->setProperty("primary", true);
+  return made;
+}
+
+QPushButton* link(const QString& label, std::function<void()> pressed, const QString& description) {
+  auto* made = button(label, std::move(pressed), description);
+  made->setProperty("flat", true);
+  made->setCursor(Qt::PointingHandCursor);
+  return made;
+}
+
+QFrame* card(QVBoxLayout*& column) {
+  auto* frame = new QFrame;
+  frame->setProperty("card", true);
+  column = new QVBoxLayout(frame);
+  const auto space = Theme::scaled(14);
+  column->setContentsMargins(space, space, space, space);
+  column->setSpacing(Theme::scaled(8));
+  return frame;
+}
+
+QVBoxLayout* scrollingColumn(QWidget* page) {
+  auto* outer = new QVBoxLayout(page);
+  outer->setContentsMargins(0, 0, 0, 0);
+  auto* area = new QScrollArea;
+  area->setWidgetResizable(true);
+  area->setFrameShape(QFrame::NoFrame);
+  area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  area->setFocusPolicy(Qt::NoFocus);
+  auto* content = new QWidget;
+  auto* column = new QVBoxLayout(content);
+  const auto space = Theme::scaled(24);
+  column->setContentsMargins(space, space, space, space);
+  column->setSpacing(Theme::scaled(14));
+  area->setWidget(content);
+  outer->addWidget(area);
+  return column;
+}
+
+void clear(QVBoxLayout* column) {
+  while (auto* item = column->takeAt(0)) {
+    if (auto* widget = item->widget()) widget->deleteLater(), widget->hide();
+    if (auto* nested = dynamic_cast<QVBoxLayout*>(item->layout())) clear(nested);
+    delete item;
+  }
+}
+
+}  // namespace halvo::Widgets

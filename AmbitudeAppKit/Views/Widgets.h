@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+
+#include <QString>
+
+class QFrame;
+class QLabel;
+class QPushButton;
+class QVBoxLayout;
+class QWidget;
+
+/// The small parts that every page is made of.
+namespace halvo::Widgets {
+
+/// The heading of a page.
+QLabel* heading(const QString& text);
+/// A heading within a page.
+QLabel* subheading(const QString& text);
+/// Text that wraps and can be selected; plain, whatever it holds.
+QLabel* text(const QString& words = {});
+/// The same in the muted colour.
+QLabel* note(const QString& words = {});
+/// A button that calls `pressed`. `description` is for a screen reader when the label alone does not say it.
+QPushButton* button(const QString& label, std::function<void()> pressed, const QString& description = {});
+/// The one that Enter means.
+QPushButton* primary(const QString& label, std::function<void()> pressed, const QString& description = {});
+/// A button that looks like a link.
+QPushButton* link(const QString& label, std::function<void()> pressed, const QString& description = {});
+/// A framed part of a page with a column in it.
+QFrame* card(QVBoxLayout*& column);
+/// The column of a page: margins, and a scroll bar when the window is too small for it.
+QVBoxLayout* scrollingColumn(QWidget* page);
+/// Takes everything out of a layout and deletes it.
+void clear(QVBoxLayout* column);
+
+inline QString qt(std::string_view utf8) { return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size())); }
+inline std::string utf8(const QString& text) { return text.toStdString(); }
+
+}  // namespace halvo::Widgets
