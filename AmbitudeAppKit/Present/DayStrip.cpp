@@ -6,6 +6,7 @@
 #include "AmbitudeCore/Folds/Declaration.h"
 #include "AmbitudeCore/Folds/EventTypes.h"
 #include "AmbitudeCore/Folds/UserQuietWindow.h"
+#include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Signals/ActivityTimeline.h"
 
 namespace halvo {
@@ -20,8 +21,11 @@ using Blocks = std::vector<DayStrip::Block>;
 
 Blocks appBlocks(const DayStore::Rows& rows, const ActivityTimeline::Range& range) {
   Blocks blocks;
-  for (const auto& span : ActivityTimeline::appSpans(rows.samples, range))
-    blocks.push_back({span.fromMs, span.toMs, span.value, ActivityTimeline::colorSlot(span.value, DayStrip::appSlots)});
+  for (const auto& span : ActivityTimeline::appSpans(rows.samples, range)) {
+    const bool isLocked = Text::equalsIgnoringCase(span.value, "loginwindow");
+    blocks.push_back({span.fromMs, span.toMs, isLocked ? "screen locked" : span.value,
+                      isLocked ? DayStrip::locked : ActivityTimeline::colorSlot(span.value, DayStrip::appSlots)});
+  }
   return blocks;
 }
 

@@ -29,6 +29,7 @@ struct DayStrip {
     bool operator==(const Mark&) const = default;
   };
   static constexpr int appSlots = 10;
+  static constexpr int locked = -1;  ///< the slot of the lock screen
 
   std::int64_t fromMs = 0, toMs = 0;
   std::vector<Block> apps = {}, presence = {}, verdicts = {};

@@ -25,7 +25,7 @@ class DayStore {
     const std::vector<GateDecisionRecord>& decisions;
     const std::vector<ActivityTimeline::Sample>& samples;  ///< thinned: a change of app or presence, else one in `sampleEveryMs`
   };
-  static constexpr std::int64_t sampleEveryMs = 9'000;  ///< less than a sample may stand for
+  static constexpr std::int64_t sampleEveryMs = 6'000;  ///< less than a sample may stand for
 
   DayStore(std::filesystem::path root, std::int64_t fromMs);
 

@@ -57,12 +57,7 @@ QWidget* ChatEntryView::line(const Conversation::Entry& entry, std::function<voi
   row->setContentsMargins(Theme::scaled(8), 0, Theme::scaled(8), 0);
   auto* words = Widgets::note(qt(entry.text));
   if (entry.kind == Kind::day) words->setAlignment(Qt::AlignCenter), words->setFont(Theme::font(0.9, true));
-  if (entry.kind == Kind::notice) {
-    auto palette = words->palette();
-    palette.setColor(QPalette::WindowText, Theme::current().warning);
-    words->setProperty("muted", false);
-    words->setPalette(palette);
-  }
+  if (entry.kind == Kind::notice) words->setProperty("muted", false), words->setProperty("tone", "warning");
   row->addWidget(words, 1);
   if (entry.undo)
     row->addWidget(Widgets::link(tr("Undo"), [what = *entry.undo, act = std::move(undo)] { act(what); }, tr("Undo: %1").arg(qt(entry.text))));

@@ -35,6 +35,12 @@ QColor presenceColor(const DayStrip::Block& block) {
   return color;
 }
 
+/// Black or white, whichever is read better on a ground.
+QColor inkOn(const QColor& ground) {
+  const auto luminance = 0.2126 * ground.redF() + 0.7152 * ground.greenF() + 0.0722 * ground.blueF();
+  return luminance > 0.42 ? QColor("#16181a") : QColor("#ffffff");
+}
+
 QColor markColor(DayStrip::Mark::Kind kind) {
   const auto& theme = Theme::current();
   switch (kind) {
@@ -64,11 +70,15 @@ QSize DayStripView::sizeHint() const { return {Theme::scaled(720), Theme::scaled
 void DayStripView::show(const DayStrip& day) {
   day_ = day;
   if (followsNow_ || viewToMs_ <= viewFromMs_) {
-    viewFromMs_ = day.fromMs;
-    viewToMs_ = std::max(day.toMs, day.fromMs + shortestViewMs);
+    viewFromMs_ = earliest();
+    viewToMs_ = viewFromMs_ + wholeMs();
   }
   update();
 }
+
+std::int64_t DayStripView::marginMs() const { return std::max(day_.toMs - day_.fromMs, shortestViewMs) / 60; }
+std::int64_t DayStripView::earliest() const { return day_.fromMs - marginMs(); }
+std::int64_t DayStripView::wholeMs() const { return std::max(day_.toMs - day_.fromMs, shortestViewMs) + 2 * marginMs(); }
 
 DayStripView::Lanes DayStripView::lanes() const {
   const double width = this->width(), unit = (height() - Theme::scaled(22)) / 10.0;
@@ -98,7 +108,7 @@ void DayStripView::paintBlocks(QPainter& painter, const std::vector<DayStrip::Bl
     painter.fillRect(box, color);
     const auto room = static_cast<int>(box.width()) - Theme::scaled(8);
     if (!withLabels || room < Theme::scaled(28)) continue;
-    painter.setPen(color.lightness() > 140 ? QColor("#16181a") : QColor("#ffffff"));
+    painter.setPen(inkOn(color));
     painter.drawText(box.adjusted(Theme::scaled(4), 0, -Theme::scaled(4), 0), Qt::AlignLeft | Qt::AlignVCenter,
                      metrics.elidedText(Widgets::qt(block.label), Qt::ElideRight, room));
   }
@@ -138,7 +148,8 @@ void DayStripView::paintHours(QPainter& painter, const QRectF& area) const {
     painter.setPen(Theme::current().line);
     painter.drawLine(QPointF(x, 0), QPointF(x, area.top() + 3));
     painter.setPen(Theme::current().muted);
-    painter.drawText(QRectF(x - 40, area.top(), 80, area.height()), Qt::AlignHCenter | Qt::AlignBottom, Widgets::qt(calendar_.hourMinute(ms)));
+    const auto half = Theme::scaled(30);
+    painter.drawText(QRectF(std::clamp<double>(x - half, 0, width() - 2 * half), area.top(), 2 * half, area.height()), Qt::AlignHCenter | Qt::AlignBottom, Widgets::qt(calendar_.hourMinute(ms)));
   }
 }
 
@@ -148,10 +159,10 @@ void DayStripView::paintEvent(QPaintEvent*) {
   const auto at = lanes();
   painter.setFont(Theme::font(0.85));
   for (const auto& lane : {at.apps, at.presence, at.verdicts}) painter.fillRect(lane, theme.raised);
-  paintBlocks(painter, day_.apps, at.apps, [&](const DayStrip::Block& b) { return theme.apps[static_cast<std::size_t>(b.slot)]; }, true);
+  paintHours(painter, at.hours);
+  paintBlocks(painter, day_.apps, at.apps, [&](const DayStrip::Block& b) { return b.slot == DayStrip::locked ? theme.line : theme.apps[static_cast<std::size_t>(b.slot)]; }, true);
   paintBlocks(painter, day_.presence, at.presence, presenceColor, false);
   paintBlocks(painter, day_.verdicts, at.verdicts, verdictColor, true);
-  paintHours(painter, at.hours);
   paintMarks(painter, at.marks);
   if (cursorMs_ > 0 && hasFocus()) {
     painter.setPen(QPen(theme.accent, 2));
@@ -165,9 +176,9 @@ void DayStripView::paintEvent(QPaintEvent*) {
 }
 
 void DayStripView::keepInside() {
-  const auto whole = std::max(day_.toMs - day_.fromMs, shortestViewMs);
+  const auto whole = wholeMs();
   const auto length = std::clamp(viewToMs_ - viewFromMs_, shortestViewMs, whole);
-  viewFromMs_ = std::clamp(viewFromMs_, day_.fromMs, day_.fromMs + whole - length);
+  viewFromMs_ = std::clamp(viewFromMs_, earliest(), earliest() + whole - length);
   viewToMs_ = viewFromMs_ + length;
   followsNow_ = length == whole;
   update();

@@ -30,6 +30,9 @@ class DayStripView : public QWidget {
  private:
   struct Lanes;
   Lanes lanes() const;
+  std::int64_t marginMs() const;  ///< room at both ends, for marks
+  std::int64_t earliest() const;
+  std::int64_t wholeMs() const;
   double xOf(std::int64_t ms) const;
   std::int64_t msAt(double x) const;
   void zoom(double factor, std::int64_t aroundMs);

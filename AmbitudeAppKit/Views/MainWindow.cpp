@@ -1,5 +1,6 @@
 #include "AmbitudeAppKit/Views/MainWindow.h"
 
+#include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
@@ -19,22 +20,26 @@ MainWindow::MainWindow(std::vector<PageEntry> pages, QWidget* parent) : QMainWin
   auto* row = new QHBoxLayout(whole);
   row->setContentsMargins(0, 0, 0, 0);
   row->setSpacing(0);
-  auto* side = new QVBoxLayout;
+  auto* sideFrame = new QFrame;
+  sideFrame->setObjectName("side");
+  auto* side = new QVBoxLayout(sideFrame);
+  side->setContentsMargins(0, Theme::scaled(12), 0, Theme::scaled(8));
+  const auto sideWidth = Theme::scaled(176);
   list_ = new QListWidget;
   list_->setObjectName("pages");
   list_->setAccessibleName(tr("Pages"));
-  list_->setFixedWidth(Theme::scaled(176));
+  list_->setFixedWidth(sideWidth);
   list_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   side->addWidget(list_, 1);
   healthTitle_ = Widgets::text();
   healthDetail_ = Widgets::note();
   healthDetail_->setFont(Theme::font(0.85));
   for (auto* label : {healthTitle_, healthDetail_}) {
-    label->setFixedWidth(Theme::scaled(176));
+    label->setFixedWidth(sideWidth);
     label->setMargin(Theme::scaled(6));
     side->addWidget(label);
   }
-  row->addLayout(side);
+  row->addWidget(sideFrame);
   stack_ = new QStackedWidget;
   row->addWidget(stack_, 1);
   setCentralWidget(whole);
@@ -79,9 +84,7 @@ int MainWindow::currentPage() const { return stack_->currentIndex(); }
 void MainWindow::showHealth(const QString& title, const QString& detail, bool isWarning) {
   healthTitle_->setText(title);
   healthDetail_->setText(detail);
-  auto palette = healthTitle_->palette();
-  palette.setColor(QPalette::WindowText, isWarning ? Theme::current().warning : Theme::current().text);
-  healthTitle_->setPalette(palette);
+  Widgets::setWarning(healthTitle_, isWarning);
 }
 
 }  // namespace halvo

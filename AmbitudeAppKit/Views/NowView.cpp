@@ -44,6 +44,8 @@ QFrame* NowView::declarationCard() {
   for (auto* widget : {task_, clock_, why_, verdict_}) column->addWidget(widget);
   column->addLayout(row);
   column->addWidget(failure_);
+  failure_->setVisible(false);
+  Widgets::setWarning(failure_, true);
   return card;
 }
 
@@ -91,9 +93,7 @@ void NowView::refresh() {
   why_->setText(now.why.empty() ? QString() : tr("Because: %1").arg(qt(now.why)));
   verdict_->setText(qt(now.verdict));
   for (auto* label : {clock_, why_, verdict_}) label->setVisible(!label->text().isEmpty());
-  auto palette = clock_->palette();
-  palette.setColor(QPalette::WindowText, now.isOverdue ? Theme::current().warning : Theme::current().muted);
-  clock_->setPalette(palette);
+  Widgets::setWarning(clock_, now.isOverdue);
   quiet_->setText(now.quiet ? qt(now.quiet->words) : tr("Lark may speak up. Ask to be left alone:"));
   quietChoices_->setVisible(!now.quiet);
   endQuiet_->setVisible(now.quiet.has_value());

@@ -62,15 +62,21 @@ QString sheetOf(const Theme& t) {
     QPushButton:disabled { color: %muted; background: %window; }
     QPushButton[primary="true"] { background: %accent; color: %onAccent; border-color: %accent; }
     QPushButton[primary="true"]:focus { border: 2px solid %text; }
-    QPushButton[flat="true"] { background: transparent; border: 1px solid transparent; color: %accent; padding: %p; }
+    QPushButton[flat="true"] { background: transparent; border: 1px solid transparent; color: %accent; padding: 2px 0; }
     QPushButton[flat="true"]:focus { border: 2px solid %accent; }
     QFrame[card="true"] { background: %surface; border: 1px solid %line; border-radius: %r; }
     QLabel[muted="true"] { color: %muted; }
+    QLabel[tone="warning"] { color: %warning; }
+    QScrollBar:vertical { background: transparent; width: %q; margin: 0; }
+    QScrollBar::handle:vertical { background: %line; border-radius: 4px; min-height: %pp; }
+    QScrollBar::handle:vertical:hover { background: %muted; }
+    QScrollBar::add-line, QScrollBar::sub-line, QScrollBar::add-page, QScrollBar::sub-page { background: none; border: none; height: 0; }
     QTableView, QListView, QTreeView { background: %surface; border: 1px solid %line; border-radius: %r; gridline-color: %line; }
     QHeaderView::section { background: %raised; border: none; border-bottom: 1px solid %line; padding: %p; }
     QProgressBar { background: %raised; border: 1px solid %line; border-radius: %r; text-align: center; }
     QProgressBar::chunk { background: %accent; border-radius: %r; }
-    QListWidget#pages { background: %window; border: none; border-right: 1px solid %line; border-radius: 0; outline: none; }
+    QFrame#side { background: %window; border: none; border-right: 1px solid %line; }
+    QListWidget#pages { background: transparent; border: none; outline: none; }
     QListWidget#pages::item { padding: %p %pp; border-radius: %r; margin: 1px %p; color: %text; }
     QListWidget#pages::item:selected { background: %raised; color: %text; border-left: 3px solid %accent; }
     QListWidget#pages::item:focus { border-left: 3px solid %text; }
@@ -81,9 +87,11 @@ QString sheetOf(const Theme& t) {
       .replace("%raised", t.raised.name())
       .replace("%line", t.line.name())
       .replace("%text", t.text.name())
+      .replace("%warning", t.warning.name())
       .replace("%muted", t.muted.name())
       .replace("%onAccent", t.onAccent.name())
       .replace("%accent", t.accent.name())
+      .replace("%q", QString::number(Theme::scaled(9)) + "px")
       .replace("%pp", QString::number(Theme::scaled(14)) + "px")
       .replace("%p", QString::number(Theme::scaled(6)) + "px")
       .replace("%r", QString::number(Theme::scaled(6)) + "px");

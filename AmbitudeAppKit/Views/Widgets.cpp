@@ -5,6 +5,7 @@
 #include <QLayoutItem>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QStyle>
 #include <QVBoxLayout>
 
 #include "AmbitudeAppKit/Views/Theme.h"
@@ -35,6 +36,12 @@ QLabel* note(const QString& words) {
   auto* label = text(words);
   label->setProperty("muted", true);
   return label;
+}
+
+void setWarning(QLabel* label, bool isWarning) {
+  label->setProperty("tone", isWarning ? "warning" : "");
+  label->style()->unpolish(label);
+  label->style()->polish(label);
 }
 
 QPushButton* button(const QString& label, std::function<void()> pressed, const QString& description) {

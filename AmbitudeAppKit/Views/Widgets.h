@@ -21,6 +21,8 @@ QLabel* subheading(const QString& text);
 QLabel* text(const QString& words = {});
 /// The same in the muted colour.
 QLabel* note(const QString& words = {});
+/// Shows a label in the colour of a warning, or in its own again.
+void setWarning(QLabel* label, bool isWarning);
 /// A button that calls `pressed`. `description` is for a screen reader when the label alone does not say it.
 QPushButton* button(const QString& label, std::function<void()> pressed, const QString& description = {});
 /// The one that Enter means.

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QLabel>
+#include <QTest>
+
+#include "AmbitudeAppKit/Views/DesktopApplication.h"
+#include "AmbitudeAppKit/Views/MainWindow.h"
+#include "AmbitudeAppKit/Views/Pages.h"
+#include "AmbitudeAppKit/Views/Theme.h"
+#include "CaptureShared/DataRoot/DataPaths.h"
+#include "CaptureShared/EventLog/EventLogReader.h"
+#include "CaptureShared/EventLog/EventLogWriter.h"
+#include "CaptureShared/Foundation/Clock.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/XServer.h"
+
+namespace halvo::test {
+
+/// The real windows on a private X server, over a data root of their own.
+class WindowScene : public testing::Test {
+ protected:
+  WindowScene() {
+    static const XServer server;
+    ::setenv("DISPLAY", server.display().c_str(), 1);
+    ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+    ::setenv("AMBITCAP_DATA_ROOT", root.c_str(), 1);
+    ::setenv("AMBITCHECK_TASK_FILE", (folder.path() / "task").c_str(), 1);
+    std::filesystem::create_directories(root / "io-layer");
+    static int arguments = 1;
+    static char name[] = "test", *argument[] = {name, nullptr};
+    static QApplication application(arguments, argument);
+    Theme::install(application, Theme::Mode::light);
+  }
+
+  void open() {
+    desktop = std::make_unique<DesktopApplication>(DayFeed::Config{.root = root, .nowMs = Clock::system().nowMs, .pollMs = 30, .replyPollMs = 30},
+                                                   Pages::all({.root = root}));
+    desktop->show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&desktop->window()));
+  }
+  /// Runs the event loop until `holds` does.
+  static bool eventually(const std::function<bool()>& holds, int ms = 8'000) { return QTest::qWaitFor(holds, ms); }
+  /// Whether a label that can be seen holds these words.
+  static bool shows(QWidget& widget, const QString& words) {
+    for (const auto* label : widget.findChildren<QLabel*>())
+      if (label->isVisible() && label->text().contains(words)) return true;
+    return false;
+  }
+  std::vector<EventLogEvent> rows(std::string_view type) const {
+    std::vector<EventLogEvent> found;
+    if (!std::filesystem::exists(DataPaths::events(root))) return found;
+    for (auto& row : EventLogReader::read(DataPaths::events(root)))
+      if (row.type == type) found.push_back(std::move(row));
+    return found;
+  }
+  void add(const EventLogEvent& row) const { EventLogWriter::append(row, DataPaths::events(root), "CoachDriver", "1"); }
+
+  TemporaryFolder folder;
+  std::filesystem::path root = folder.path() / "data";
+  std::unique_ptr<DesktopApplication> desktop;
+};
+
+}  // namespace halvo::test
