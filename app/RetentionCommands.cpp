@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeAppKit/Present/RecordingsPage.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
@@ -23,63 +24,18 @@ namespace halvo::RetentionCommands {
 
 namespace {
 
-using ModelProvisioning::humanBytes;
-using VideoRetention::Verdict;
-using VideoRetentionSweep::Outcome;
-
 using CommandOutput::fail;
 using CommandOutput::print;
-
-std::string describe(const RetentionSettings& settings) {
-  const auto days = VideoRetention::days(settings.policy);
-  return fmt::format("recordings are deleted after: {}; on restart: {}", days ? RetentionPresets::label(*days) : "never",
-                     settings.deleteOnRestart ? "on, everything from before it" : "off");
-}
 
 std::filesystem::path settingsFile() { return RetentionSettingsStore::path(processEnvironment()); }
 
 std::string damagedText() { return settingsFile().string() + " can't be read as settings, so retention is off until it is mended or removed"; }
 
-struct Row {
-  std::string filename;
-  std::int64_t bytes = 0;
-  std::string verdict, reason;
-};
-
-std::string reasonToDelete(const RetentionSettings& settings, bool isRestartSweep) {
-  const auto days = VideoRetention::days(settings.policy);
-  const auto age = days ? "over " + RetentionPresets::label(*days) + " old" : std::string();
-  if (!isRestartSweep) return age;
-  return (age.empty() ? "" : age + " or ") + "from before the last start";
-}
-
-std::string reasonToKeep(Verdict verdict) {
-  switch (verdict) {
-    case Verdict::delete_: return "";
-    case Verdict::keptRecent: return "not old enough, or written to since";
-    case Verdict::keptCurrentHour: return "being recorded now";
-    case Verdict::keptLabelled: return "near a moment that you labelled";
-  }
-  return "";
-}
-
-std::vector<Row> rowsOf(const Outcome& outcome, const std::string& reason, const VideoRetentionSweep::FileOps& ops) {
-  std::vector<Row> rows;
-  for (const auto& removal : outcome.removals)
-    rows.push_back({removal.filename, removal.bytes, std::string(rawValue(Verdict::delete_)), reason});
-  for (const auto& kept : outcome.kept)
-    rows.push_back(
-        {kept.filename, ops.sizeOfFile(outcome.directory / kept.filename), std::string(rawValue(kept.verdict)), reasonToKeep(kept.verdict)});
-  std::ranges::sort(rows, {}, &Row::filename);
-  return rows;
-}
-
-void printTable(const RetentionRunner::Result& result, const RetentionSettings& settings, const VideoRetentionSweep::FileOps& ops) {
-  const auto reason = reasonToDelete(settings, result.includedRestartSweep);
-  for (const auto& outcome : result.outcomes) {
-    print(TerminalText::oneLine(outcome.directory.filename().string()));
-    for (const auto& row : rowsOf(outcome, reason, ops))
-      print(fmt::format("  {:<26} {:>9}  {:<15}  {}", row.filename, humanBytes(row.bytes), row.verdict, row.reason));
+void printTable(const RecordingsPage& page) {
+  std::string display;
+  for (const auto& row : page.rows) {
+    if (row.display != display) print(TerminalText::oneLine(display = row.display));
+    print(fmt::format("  {:<26} {:>9}  {:<15}  {}", row.filename, ModelProvisioning::humanBytes(row.bytes), row.verdict, row.reason));
   }
 }
 
@@ -95,27 +51,24 @@ struct Session {
   }
 };
 
-/// A refusal's words and exit status; being switched off is no failure.
-int tellRefusal(const VideoRetentionSweep::Refusal& refusal) {
-  const auto words = TerminalText::oneLine(VideoRetentionSweep::explanation(refusal));
-  if (!std::holds_alternative<VideoRetentionSweep::PolicyDisabled>(refusal)) return fail(words);
-  print(words);
-  return 0;
+/// Prints the preview.
+RecordingsPage preview(const Session& session) {
+  const auto settings = session.environment.settings();
+  auto page = RecordingsPage::of(session.run(false), settings, session.environment.ops);
+  print(page.settings);
+  if (RetentionSettingsStore::isDamaged(settingsFile())) print(TerminalText::oneLine(damagedText()));
+  printTable(page);
+  if (!page.summary.empty()) print(page.summary);
+  return page;
 }
 
-/// Prints the preview; absent when it was refused, with `status` told.
-std::optional<RetentionRunner::Result> preview(const Session& session, int& status) {
-  const auto settings = session.environment.settings();
-  print(describe(settings));
-  if (RetentionSettingsStore::isDamaged(settingsFile())) print(TerminalText::oneLine(damagedText()));
-  auto result = session.run(false);
-  printTable(result, settings, session.environment.ops);
-  if (result.refusal) {
-    status = tellRefusal(*result.refusal);
-    return std::nullopt;
-  }
-  print(fmt::format("to delete: {} file(s), {}; to keep: {}", result.filesConsidered(), humanBytes(result.bytesConsidered()), result.kept().size()));
-  return result;
+/// Tells a refusal; being switched off is no failure.
+int statusOf(const RecordingsPage& page) {
+  if (page.refusal.empty()) return 0;
+  const auto words = TerminalText::oneLine(page.refusal);
+  if (!page.isSwitchedOff) return fail(words);
+  print(words);
+  return 0;
 }
 
 bool isConfirmed() {
@@ -127,24 +80,18 @@ bool isConfirmed() {
 
 }  // namespace
 
-int show() {
-  int status = 0;
-  preview(Session(), status);
-  return status;
-}
+int show() { return statusOf(preview(Session())); }
 
 int apply(bool isSure) {
   const Session session;
-  int status = 0;
-  const auto shown = preview(session, status);
-  if (!shown) return status;
-  if (shown->filesConsidered() == 0) return 0;
+  const auto page = preview(session);
+  if (!page.refusal.empty()) return statusOf(page);
+  if (page.toGo == 0) return 0;
   if (!isSure && !isConfirmed()) return fail("nothing was deleted");
-  const auto result = session.run(true);
-  print(fmt::format("deleted: {} file(s), {} freed", result.filesDeleted(), humanBytes(result.bytesFreed())));
-  for (const auto& failure : result.failures()) fail("not deleted: " + TerminalText::oneLine(*failure.failure));
-  if (result.refusal) return tellRefusal(*result.refusal);
-  return result.failures().empty() ? 0 : 1;
+  const auto lines = RecordingsPage::outcome(session.run(true));
+  print(lines.front());
+  for (std::size_t i = 1; i < lines.size(); ++i) fail(TerminalText::oneLine(lines[i]));
+  return lines.size() == 1 ? 0 : 1;
 }
 
 int set(const std::optional<std::string>& policy, const std::optional<std::string>& onRestart) {
@@ -163,7 +110,7 @@ int set(const std::optional<std::string>& policy, const std::optional<std::strin
   } catch (const std::system_error& error) {
     return fail(std::string("not changed: ") + error.what());
   }
-  print(describe(settings));
+  print(RecordingsPage::describe(settings));
   if (onRestart == "on" && !settings.lastRestartSweepBootMs) print("the next sweep deletes what was recorded before the last start too");
   return 0;
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "AmbitudeAppKit/Live/LiveLog.h"
+#include "AmbitudeAppKit/Present/MemoryPage.h"
 #include "AmbitudeAppKit/Stores/Corrections.h"
 #include "AmbitudeAppKit/Stores/EventSearch.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
@@ -40,22 +41,6 @@ template <class F>
 int withRoot(F&& command) {
   return CommandOutput::withDataRoot([&] { return std::forward<F>(command)(DataPaths::dataRoot()); });
 }
-
-std::string described(const CoachCorrection& correction, std::int64_t nowMs, const Calendar& calendar) {
-  auto how = correction.isStanding()              ? std::string("standing")
-             : !correction.isInForce(nowMs)       ? std::string("over")
-                                                  : "until " + calendar.monthDayHourMinute(*correction.expiresAtMs);
-  if (correction.scope) how += *correction.scope == CoachCorrection::Scope::whetherToSpeak ? ", whether to speak" : ", what to say";
-  if (!correction.isPending()) how += ", taken into memory";
-  return fmt::format("{}  {}  ({}, said {})", correction.atMs, oneLine(correction.text), how, calendar.monthDayHourMinute(correction.atMs));
-}
-
-struct Note {
-  const char* whom;
-  std::string CoachPreferences::*text;
-};
-constexpr std::array noteKinds{Note{"gate", &CoachPreferences::gateInstructions}, Note{"coach", &CoachPreferences::coachInstructions},
-                               Note{"classifier", &CoachPreferences::classifierInstructions}};
 
 bool isReply(const EventLogEvent& event) {
   const auto* role = event.type == EventType::chatMessage ? event.text("role") : nullptr;
@@ -88,9 +73,9 @@ std::vector<ClassifierTick> ticks(const std::filesystem::path& root) {
 
 int corrections() {
   return withRoot([](const std::filesystem::path& root) {
-    const auto list = Corrections::list(root);
+    const auto list = MemoryPage::read(root, Clock::system().nowMs(), Calendar::local()).corrections;
     if (list.empty()) print("no corrections: tell Lark how it should behave, and they stand here");
-    for (const auto& correction : list) print(described(correction, Clock::system().nowMs(), Calendar::local()));
+    for (const auto& correction : list) print(fmt::format("{}  {}  ({})", correction.atMs, oneLine(correction.text), correction.how));
     return 0;
   });
 }
@@ -106,7 +91,7 @@ int deleteCorrection(std::int64_t atMs) {
 int notes() {
   return withRoot([](const std::filesystem::path& root) {
     const auto preferences = CoachPreferencesStore::read(root);
-    for (const auto& [whom, text] : noteKinds) {
+    for (const auto& [whom, text] : standingNotes) {
       const auto& note = preferences.*text;
       print(fmt::format("{:<11} {}", std::string(whom) + ":", Text::isBlank(note) ? "(none)" : oneLine(note)));
     }
@@ -115,8 +100,8 @@ int notes() {
 }
 
 int setNote(const std::string& whom, const std::optional<std::string>& text) {
-  const auto kind = std::ranges::find_if(noteKinds, [&](const Note& note) { return note.whom == whom; });
-  if (kind == noteKinds.end()) return fail("a note is for one of: gate, coach, classifier");
+  const auto kind = std::ranges::find_if(standingNotes, [&](const StandingNote& note) { return note.whom == whom; });
+  if (kind == standingNotes.end()) return fail("a note is for one of: gate, coach, classifier");
   return withRoot([&](const std::filesystem::path& root) {
     const auto given = text ? *text : std::string(std::istreambuf_iterator<char>(std::cin), {});
     auto preferences = CoachPreferencesStore::read(root);

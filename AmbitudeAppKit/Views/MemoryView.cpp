@@ -1,0 +1,192 @@
+#include "AmbitudeAppKit/Views/MemoryView.h"
+
+#include <exception>
+
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include "AmbitudeAppKit/Stores/Corrections.h"
+#include "AmbitudeAppKit/Views/Background.h"
+#include "AmbitudeAppKit/Views/Theme.h"
+#include "AmbitudeAppKit/Views/Widgets.h"
+#include "AmbitudeCore/Memory/MemoryWipeLog.h"
+#include "CaptureShared/Foundation/Clock.h"
+#include "CaptureShared/Foundation/Text.h"
+
+namespace halvo {
+
+using Widgets::qt, Widgets::utf8;
+
+namespace {
+
+/// A value, or why there is none.
+struct Read {
+  std::optional<MemoryPage> page;
+  std::string failure;
+};
+
+void addItem(QVBoxLayout* to, const QString& words, const QString& below) {
+  to->addWidget(Widgets::text(words));
+  auto* origin = Widgets::note(below);
+  origin->setFont(Theme::font(0.9));
+  to->addWidget(origin);
+}
+
+}  // namespace
+
+MemoryView::MemoryView(std::filesystem::path root, QWidget* parent) : Page(parent), root_(std::move(root)) {
+  auto* column = Widgets::scrollingColumn(this);
+  column->addWidget(Widgets::heading(tr("Memory and notes")));
+  failure_ = Widgets::text();
+  failure_->setVisible(false);
+  Widgets::setWarning(failure_, true);
+  column->addWidget(failure_);
+  column->addWidget(Widgets::card(memory_));
+  column->addWidget(Widgets::card(corrections_));
+  QVBoxLayout* notes = nullptr;
+  column->addWidget(Widgets::card(notes));
+  addNotes(notes);
+  column->addStretch();
+}
+
+void MemoryView::addNotes(QVBoxLayout* column) {
+  column->addWidget(Widgets::subheading(tr("Standing notes")));
+  column->addWidget(Widgets::note(tr("Your own words, given along each time.")));
+  const std::map<std::string, QString> captions{{"gate", tr("When to interrupt")},
+                                                {"coach", tr("How Lark should talk")},
+                                                {"classifier", tr("What things on your screen mean")}};
+  for (const auto& note : standingNotes) {
+    const auto& caption = captions.at(note.whom);
+    auto* field = new QPlainTextEdit;
+    field->setObjectName(QString("note ") + note.whom);
+    field->setAccessibleName(caption);
+    field->setTabChangesFocus(true);
+    field->setFixedHeight(Theme::scaled(64));
+    column->addWidget(Widgets::note(caption));
+    column->addWidget(field);
+    notes_[note.whom] = field;
+  }
+  column->addWidget(Widgets::primary(tr("Save notes"), [this] { saveNotes(); }), 0, Qt::AlignLeft);
+}
+
+void MemoryView::shown() {
+  inBackground(
+      queue_, this,
+      [root = root_](const std::stop_token&) {
+        try {
+          return Read{MemoryPage::read(root, Clock::system().nowMs(), Calendar::local()), {}};
+        } catch (const std::exception& error) {
+          return Read{std::nullopt, error.what()};
+        }
+      },
+      [this](const Read& read) {
+        if (read.page) return show(*read.page);
+        failure_->setText(qt(read.failure));
+        failure_->setVisible(true);
+      });
+}
+
+void MemoryView::show(const MemoryPage& page) {
+  failure_->setVisible(false);
+  showMemory(page);
+  showCorrections(page);
+  // What is being written is not overwritten.
+  for (const auto& note : standingNotes)
+    if (auto* field = notes_[note.whom]; !field->document()->isModified()) {
+      field->setPlainText(qt(page.preferences.*note.text));
+      field->document()->setModified(false);
+    }
+}
+
+void MemoryView::showMemory(const MemoryPage& page) {
+  Widgets::clear(memory_);
+  memory_->addWidget(Widgets::subheading(tr("What Lark remembers")));
+  memory_->addWidget(Widgets::note(page.asOf.empty() ? tr("Nothing is remembered yet. What happened is distilled at night.") : qt(page.asOf)));
+  for (const auto& line : {page.notice, page.unorganized, page.forgotten})
+    if (!line.empty()) memory_->addWidget(Widgets::note(qt(line)));
+  if (!page.preferences.standingMemoryEnabled) memory_->addWidget(Widgets::note(tr("Memory is switched off: Lark is not shown any of it.")));
+  const auto section = [this](const QString& title, const auto& items, auto&& add) {
+    if (items.empty()) return;
+    auto* heading = Widgets::text(title);
+    heading->setFont(Theme::font(1, true));
+    memory_->addWidget(heading);
+    for (const auto& item : items) add(item);
+  };
+  section(tr("Threads"), page.threads, [this](const MemoryPage::Thread& thread) {
+    addItem(memory_, qt(thread.name), qt(thread.status + (thread.notes.empty() ? "" : ": " + thread.notes)));
+  });
+  const auto addOrigin = [this](const MemoryPage::Item& item) { addItem(memory_, qt(item.text), qt(item.origin)); };
+  section(tr("Facts"), page.facts, addOrigin);
+  section(tr("Lessons"), page.lessons, addOrigin);
+  memory_->addWidget(Widgets::button(tr("Forget everything…"), [this] { forget(); }), 0, Qt::AlignLeft);
+}
+
+void MemoryView::showCorrections(const MemoryPage& page) {
+  Widgets::clear(corrections_);
+  corrections_->addWidget(Widgets::subheading(tr("What you told Lark about how to behave")));
+  if (page.corrections.empty()) corrections_->addWidget(Widgets::note(tr("Nothing yet. Tell Lark in the conversation, and it stands here.")));
+  for (const auto& correction : page.corrections) {
+    auto* row = new QWidget;
+    auto* across = new QHBoxLayout(row);
+    across->setContentsMargins(0, 0, 0, 0);
+    auto* words = new QVBoxLayout;
+    addItem(words, qt(correction.text), qt(correction.how));
+    across->addLayout(words, 1);
+    across->addWidget(Widgets::link(
+        tr("Delete"),
+        [this, atMs = correction.atMs] {
+          change([root = root_, atMs]() -> Failure { return Corrections::erase(atMs, root) ? Failure() : "it was deleted already"; });
+        },
+        tr("Delete: %1").arg(qt(correction.text))));
+    corrections_->addWidget(row);
+  }
+}
+
+void MemoryView::saveNotes() {
+  std::map<std::string, std::string> written;
+  for (const auto& [whom, field] : notes_) {
+    written[whom] = Text::scrubbed(Text::trim(utf8(field->toPlainText())));
+    field->document()->setModified(false);
+  }
+  change([root = root_, written]() -> Failure {
+    auto preferences = CoachPreferencesStore::read(root);
+    for (const auto& note : standingNotes) preferences.*note.text = written.at(note.whom);
+    CoachPreferencesStore::write(root, preferences);
+    return {};
+  });
+}
+
+void MemoryView::forget() {
+  QMessageBox ask(QMessageBox::Warning, tr("Forget everything?"), tr(MemoryPage::meaningOfForgetting), QMessageBox::Cancel, this);
+  auto* sure = ask.addButton(tr("Forget"), QMessageBox::DestructiveRole);
+  ask.exec();
+  if (ask.clickedButton() != sure) return;
+  change([root = root_]() -> Failure {
+    MemoryWipeLog::request(Clock::system().nowMs(), MemoryWipeLog::defaultURL(root));
+    return {};
+  });
+}
+
+void MemoryView::change(std::function<Failure()> work) {
+  inBackground(
+      queue_, this,
+      [work = std::move(work)](const std::stop_token&) -> Failure {
+        try {
+          return work();
+        } catch (const std::exception& error) {
+          return error.what();
+        }
+      },
+      [this](const Failure& failure) {
+        shown();
+        failure_->setText(failure ? qt(*failure) : QString());
+        failure_->setVisible(failure.has_value());
+      });
+}
+
+}  // namespace halvo
