@@ -5,11 +5,11 @@
 
 #include "AmbitudeAppKit/Entry/AppEntryPoint.h"
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
-#include "AmbitudeAppKit/Views/Pages.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Clock.h"
+#include "app/DesktopNeeds.h"
 
 namespace {
 
@@ -20,8 +20,8 @@ void mainLoop(int& argc, char** argv) {
   QApplication::setDesktopFileName("halvo");
   halvo::Theme::install(application, halvo::Theme::Mode::automatic);
   if (!halvo::DataPaths::ensureSubdirsExist()) std::fprintf(stderr, "%s\n", halvo::DataPaths::dataRootUnavailableReason().c_str());
-  const auto root = halvo::DataPaths::dataRoot();
-  halvo::DesktopApplication desktop({.root = root, .nowMs = halvo::Clock::system().nowMs}, halvo::Pages::all({.root = root}));
+  halvo::DesktopApplication desktop({.root = halvo::DataPaths::dataRoot(), .nowMs = halvo::Clock::system().nowMs},
+                                    halvo::Pages::all(halvo::desktopNeeds()));
   desktop.show();
   QApplication::exec();
 }

@@ -37,8 +37,9 @@ QColor presenceColor(const DayStrip::Block& block) {
 
 /// Black or white, whichever is read better on a ground.
 QColor inkOn(const QColor& ground) {
-  const auto luminance = 0.2126 * ground.redF() + 0.7152 * ground.greenF() + 0.0722 * ground.blueF();
-  return luminance > 0.42 ? QColor("#16181a") : QColor("#ffffff");
+  const auto linear = [](double part) { return std::pow(part, 2.2); };
+  const auto luminance = 0.2126 * linear(ground.redF()) + 0.7152 * linear(ground.greenF()) + 0.0722 * linear(ground.blueF());
+  return luminance > 0.18 ? QColor("#16181a") : QColor("#ffffff");
 }
 
 QColor markColor(DayStrip::Mark::Kind kind) {
@@ -103,7 +104,8 @@ void DayStripView::paintBlocks(QPainter& painter, const std::vector<DayStrip::Bl
   for (const auto& block : blocks) {
     if (block.toMs < viewFromMs_ || block.fromMs > viewToMs_) continue;
     const auto left = std::max(0.0, xOf(block.fromMs)), right = std::min<double>(width(), xOf(block.toMs));
-    const QRectF box(left, lane.top(), std::max(1.0, right - left), lane.height());
+    // Neighbours of one colour stay two.
+    const QRectF box(left, lane.top(), std::max(1.0, right - left - (withLabels ? 1 : 0)), lane.height());
     const auto color = colorOf(block);
     painter.fillRect(box, color);
     const auto room = static_cast<int>(box.width()) - Theme::scaled(8);

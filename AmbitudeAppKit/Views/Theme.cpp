@@ -54,8 +54,8 @@ QString sheetOf(const Theme& t) {
   return QString(R"(
     QWidget { color: %text; }
     QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; border: none; }
-    QLineEdit, QPlainTextEdit, QTextEdit, QComboBox, QSpinBox { background: %surface; border: 1px solid %line; border-radius: %r; padding: %p; }
-    QLineEdit:focus, QPlainTextEdit:focus, QTextEdit:focus, QComboBox:focus, QSpinBox:focus { border: 2px solid %accent; }
+    QLineEdit, QPlainTextEdit, QTextEdit { background: %surface; border: 1px solid %line; border-radius: %r; padding: %p; }
+    QLineEdit:focus, QPlainTextEdit:focus, QTextEdit:focus { border: 2px solid %accent; }
     QPushButton { background: %raised; border: 1px solid %line; border-radius: %r; padding: %p %pp; }
     QPushButton:hover { border-color: %accent; }
     QPushButton:focus { border: 2px solid %accent; }
@@ -78,8 +78,8 @@ QString sheetOf(const Theme& t) {
     QFrame#side { background: %window; border: none; border-right: 1px solid %line; }
     QListWidget#pages { background: transparent; border: none; outline: none; }
     QListWidget#pages::item { padding: %p %pp; border-radius: %r; margin: 1px %p; color: %text; }
-    QListWidget#pages::item:selected { background: %raised; color: %text; border-left: 3px solid %accent; }
-    QListWidget#pages::item:focus { border-left: 3px solid %text; }
+    QListWidget#pages::item:selected { background: %raised; color: %text; border-left: 3px solid %accent; border-radius: 0; }
+    QListWidget#pages::item:focus { border: 1px solid %accent; border-left: 3px solid %accent; }
     QToolTip { background: %raised; color: %text; border: 1px solid %line; }
   )")
       .replace("%surface", t.surface.name())

@@ -11,9 +11,9 @@
 #include "AmbitudeAppKit/Views/ConversationPopup.h"
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
 #include "AmbitudeAppKit/Views/MainWindow.h"
-#include "AmbitudeAppKit/Views/Pages.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
+#include "app/DesktopNeeds.h"
 #include "tests/support/InventedDay.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/XServer.h"
@@ -34,7 +34,7 @@ void takePictures(QApplication& application, const std::filesystem::path& root, 
   for (const auto mode : {Theme::Mode::light, Theme::Mode::dark}) {
     Theme::install(application, mode);
     DesktopApplication desktop({.root = root, .calendar = calendar, .nowMs = [=] { return test::InventedDay::nowMs(calendar); }},
-                               Pages::all({.root = root}));
+                               Pages::all(desktopNeeds()));
     auto& window = desktop.window();
     window.resize(1100, 760);
     window.show();

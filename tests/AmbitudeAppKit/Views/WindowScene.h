@@ -12,12 +12,12 @@
 
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
 #include "AmbitudeAppKit/Views/MainWindow.h"
-#include "AmbitudeAppKit/Views/Pages.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/EventLogReader.h"
 #include "CaptureShared/EventLog/EventLogWriter.h"
 #include "CaptureShared/Foundation/Clock.h"
+#include "app/DesktopNeeds.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/XServer.h"
 
@@ -30,6 +30,7 @@ class WindowScene : public testing::Test {
     static const XServer server;
     ::setenv("DISPLAY", server.display().c_str(), 1);
     ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+    ::setenv("HOME", folder.path().c_str(), 1);
     ::setenv("AMBITCAP_DATA_ROOT", root.c_str(), 1);
     ::setenv("AMBITCHECK_TASK_FILE", (folder.path() / "task").c_str(), 1);
     std::filesystem::create_directories(root / "io-layer");
@@ -41,7 +42,7 @@ class WindowScene : public testing::Test {
 
   void open() {
     desktop = std::make_unique<DesktopApplication>(DayFeed::Config{.root = root, .nowMs = Clock::system().nowMs, .pollMs = 30, .replyPollMs = 30},
-                                                   Pages::all({.root = root}));
+                                                   Pages::all(desktopNeeds()));
     desktop->show();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&desktop->window()));
   }

@@ -1,0 +1,161 @@
+#include "AmbitudeAppKit/Views/RecordingsView.h"
+
+#include <exception>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include "AmbitudeAppKit/Views/Background.h"
+#include "AmbitudeAppKit/Views/Theme.h"
+#include "AmbitudeAppKit/Views/Widgets.h"
+#include "CaptureShared/Provisioning/ModelProvisioning.h"
+#include "CaptureShared/Recording/Retention/RetentionPresets.h"
+
+namespace halvo {
+
+using Widgets::qt;
+
+namespace {
+
+constexpr qlonglong never = -1;
+
+struct State {
+  RetentionSettings settings;
+  RecordingsPage page;
+};
+
+}  // namespace
+
+RecordingsView::RecordingsView(Operations operations, QWidget* parent) : Page(parent), operations_(std::move(operations)) {
+  auto* column = Widgets::scrollingColumn(this);
+  column->addWidget(Widgets::heading(tr("Recordings")));
+  QVBoxLayout* card = nullptr;
+  column->addWidget(Widgets::card(card));
+  card->addWidget(Widgets::subheading(tr("How long they are kept")));
+  days_ = new QComboBox;
+  days_->setObjectName("keep for");
+  days_->setAccessibleName(tr("Delete recordings after"));
+  days_->addItem(tr("Keep them all"), never);
+  for (const auto& preset : RetentionPresets::all) days_->addItem(tr("Delete after %1").arg(tr(preset.label)), static_cast<qlonglong>(preset.days));
+  onRestart_ = new QCheckBox(tr("After a restart of this machine, delete everything from before it"));
+  card->addWidget(days_, 0, Qt::AlignLeft);
+  card->addWidget(onRestart_);
+  card->addWidget(Widgets::note(tr("What a label of yours points at is never deleted, from six hours before it to one hour after.")));
+
+  QVBoxLayout* now = nullptr;
+  column->addWidget(Widgets::card(now));
+  now->addWidget(Widgets::subheading(tr("What would be deleted now")));
+  summary_ = Widgets::text();
+  told_ = Widgets::text();
+  told_->setVisible(false);
+  table_ = new QTableWidget(0, 4);
+  table_->setHorizontalHeaderLabels({tr("Hour"), tr("Size"), tr("Verdict"), tr("Reason")});
+  table_->setAccessibleName(tr("Recordings, each with what becomes of it"));
+  table_->horizontalHeader()->setStretchLastSection(true);
+  table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+  table_->verticalHeader()->hide();
+  table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  table_->setSelectionBehavior(QAbstractItemView::SelectRows);
+  table_->setTabKeyNavigation(false);
+  table_->setMinimumHeight(Theme::scaled(200));
+  delete_ = Widgets::button(tr("Delete these now…"), [this] { apply(); });
+  delete_->setObjectName("delete recordings");
+  delete_->setEnabled(false);
+  now->addWidget(summary_);
+  now->addWidget(table_);
+  now->addWidget(told_);
+  now->addWidget(delete_, 0, Qt::AlignLeft);
+  column->addStretch();
+  connect(days_, &QComboBox::activated, this, &RecordingsView::save);
+  connect(onRestart_, &QCheckBox::clicked, this, &RecordingsView::save);
+}
+
+void RecordingsView::shown() {
+  inBackground(
+      queue_, this, [operations = operations_](const std::stop_token&) { return State{operations.settings(), operations.preview()}; },
+      [this](const State& state) {
+        if (pendingSaves_ == 0) showSettings(state.settings);
+        show(state.page);
+      });
+}
+
+void RecordingsView::showSettings(const RetentionSettings& settings) {
+  const auto days = VideoRetention::days(settings.policy);
+  const auto wanted = days ? static_cast<qlonglong>(*days) : never;
+  if (days_->findData(wanted) < 0) days_->addItem(tr("Delete after %1").arg(qt(RetentionPresets::label(*days))), wanted);
+  days_->setCurrentIndex(days_->findData(wanted));
+  onRestart_->setChecked(settings.deleteOnRestart);
+}
+
+void RecordingsView::show(const RecordingsPage& page) {
+  summary_->setText(qt(page.refusal.empty() ? page.summary : page.refusal));
+  Widgets::setWarning(summary_, !page.refusal.empty() && !page.isSwitchedOff);
+  table_->setRowCount(static_cast<int>(page.rows.size()));
+  for (int i = 0; i < table_->rowCount(); ++i) {
+    const auto& row = page.rows[static_cast<std::size_t>(i)];
+    const QString cells[] = {qt(row.display + " " + row.filename), qt(ModelProvisioning::humanBytes(row.bytes)),
+                             row.isToGo ? tr("to delete") : tr("kept"), qt(row.reason)};
+    for (int c = 0; c < 4; ++c) {
+      auto* item = new QTableWidgetItem(cells[c]);
+      if (row.isToGo) item->setForeground(Theme::current().bad);
+      table_->setItem(i, c, item);
+    }
+  }
+  table_->setVisible(!page.rows.empty());
+  delete_->setEnabled(page.toGo > 0);
+}
+
+void RecordingsView::save() {
+  const auto days = days_->currentData().toLongLong();
+  const bool onRestart = onRestart_->isChecked();
+  ++pendingSaves_;
+  inBackground(
+      queue_, this,
+      [operations = operations_, days, onRestart](const std::stop_token&) -> std::string {
+        try {
+          auto settings = operations.settings();
+          settings.policy = days == never ? VideoRetention::RetentionPolicy(VideoRetention::Disabled{}) : VideoRetention::DeleteOlderThanDays{days};
+          settings.deleteOnRestart = onRestart;
+          operations.persist(settings);
+          return {};
+        } catch (const std::exception& error) {
+          return std::string("not changed: ") + error.what();
+        }
+      },
+      [this](const std::string& failure) {
+        --pendingSaves_;
+        tell(qt(failure));
+        shown();
+      });
+}
+
+void RecordingsView::apply() {
+  QMessageBox ask(QMessageBox::Warning, tr("Delete recordings?"), summary_->text() + "\n" + tr("This can't be undone."), QMessageBox::Cancel,
+                  this);
+  auto* sure = ask.addButton(tr("Delete"), QMessageBox::DestructiveRole);
+  ask.exec();
+  if (ask.clickedButton() != sure) return;
+  inBackground(
+      queue_, this, [operations = operations_](const std::stop_token&) { return operations.apply(); },
+      [this](const std::vector<std::string>& lines) {
+        QStringList words;
+        for (const auto& line : lines) words << qt(line);
+        tell(words.join('\n'));
+        shown();
+      });
+}
+
+void RecordingsView::tell(const QString& words) {
+  told_->setText(words);
+  told_->setVisible(!words.isEmpty());
+}
+
+}  // namespace halvo

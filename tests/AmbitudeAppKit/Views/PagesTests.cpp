@@ -1,0 +1,90 @@
+// The other pages, used as a person uses them.
+
+#include <QComboBox>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTimer>
+
+#include "AmbitudeAppKit/Stores/Corrections.h"
+#include "AmbitudeCore/Folds/CoachPreferences.h"
+#include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
+#include "tests/AmbitudeAppKit/Views/WindowScene.h"
+#include "tests/support/InventedDay.h"
+
+namespace halvo {
+namespace {
+
+class PagesTest : public test::WindowScene {
+ protected:
+  Page& openPage(const QString& name) {
+    open();
+    auto& window = desktop->window();
+    for (int i = 0; i < window.pageCount(); ++i)
+      if (window.page(i)->accessibleName() == name) {
+        window.showPage(i);
+        return *window.page(i);
+      }
+    throw std::runtime_error("no such page");
+  }
+  static QPushButton* button(QWidget& in, const QString& label) {
+    for (auto* found : in.findChildren<QPushButton*>())
+      if (found->text() == label && found->isVisible()) return found;
+    return nullptr;
+  }
+  /// Presses a button and answers the question that it asks.
+  static void pressAndAnswer(QPushButton* press, const QString& answer) {
+    QTimer::singleShot(200, [answer] {
+      auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+      ASSERT_NE(box, nullptr);
+      for (auto* choice : box->buttons())
+        if (choice->text() == answer) return choice->click();
+      box->reject();
+    });
+    QTest::mouseClick(press, Qt::LeftButton);
+  }
+};
+
+TEST_F(PagesTest, memoryIsShownTaughtAndForgotten) {
+  test::InventedDay::write(root, Calendar::local());
+  auto& page = openPage("Memory");
+  ASSERT_TRUE(eventually([&] { return shows(page, "The essay on tides") && shows(page, "concluded, not said"); }));
+  ASSERT_TRUE(shows(page, "don't ask what my first step is"));
+  auto* note = page.findChild<QPlainTextEdit*>("note coach");
+  QTest::keyClicks(note, "be blunt");
+  QTest::mouseClick(button(page, "Save notes"), Qt::LeftButton);
+  EXPECT_TRUE(eventually([&] { return CoachPreferencesStore::read(root).coachInstructions == "be blunt"; }));
+  QTest::mouseClick(button(page, "Delete"), Qt::LeftButton);
+  EXPECT_TRUE(eventually([&] { return shows(page, "Nothing yet. Tell Lark"); }));
+  EXPECT_TRUE(Corrections::list(root).empty());
+
+  pressAndAnswer(button(page, "Forget everything…"), "Cancel");
+  EXPECT_TRUE(shows(page, "The essay on tides"));
+  pressAndAnswer(button(page, "Forget everything…"), "Forget");
+  EXPECT_TRUE(eventually([&] { return shows(page, "is forgotten") && !shows(page, "The essay on tides"); }));
+}
+
+TEST_F(PagesTest, retentionIsChosenPreviewedAndApplied) {
+  const auto old = root / "video/display-0/2020-01-02T03.mkv";
+  folder.write("data/video/display-0/2020-01-02T03.mkv", std::string(2'000'000, 'x'));
+  std::filesystem::last_write_time(old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(9'000));
+  auto& page = openPage("Recordings");
+  auto* days = page.findChild<QComboBox*>("keep for");
+  auto* press = page.findChild<QPushButton*>("delete recordings");
+  EXPECT_TRUE(eventually([&] { return shows(page, "Retention is off"); }));
+  days->setFocus();
+  for (int i = 0; i < 3; ++i) QTest::keyClick(days, Qt::Key_Down);  // a day, three, a week
+  const auto settings = RetentionSettingsStore::path(processEnvironment());
+  EXPECT_TRUE(eventually([&] { return VideoRetention::days(RetentionSettingsStore::read(settings).policy) == 7; }));
+  ASSERT_TRUE(eventually([&] { return press->isEnabled() && shows(page, "to delete: 1 file(s), 2 MB"); }));
+  EXPECT_EQ(page.findChild<QTableWidget*>()->item(0, 3)->text(), "over 1 week old");
+  pressAndAnswer(press, "Cancel");
+  EXPECT_TRUE(std::filesystem::exists(old));
+  pressAndAnswer(press, "Delete");
+  EXPECT_TRUE(eventually([&] { return shows(page, "deleted: 1 file(s), 2 MB freed"); }));
+  EXPECT_FALSE(std::filesystem::exists(old));
+}
+
+}  // namespace
+}  // namespace halvo
