@@ -21,7 +21,7 @@ AgentProcess::Privacy::Privacy() {
 
 AgentProcess::AgentProcess(const std::string& name) { AgentLogging::bootstrap(logSubdirectory, name); }
 
-int AgentProcess::run(const std::function<void(const std::stop_token&)>& loop) const {
+int AgentProcess::run(const std::function<void(const std::stop_token&)>& loop, double maxEndingSec) const {
   std::mutex mutex;
   std::condition_variable_any changed;
   bool isDone = false;
@@ -33,7 +33,7 @@ int AgentProcess::run(const std::function<void(const std::stop_token&)>& loop) c
   });
   std::unique_lock hold(mutex);
   changed.wait(hold, stop(), [&] { return isDone; });
-  if (changed.wait_for(hold, std::chrono::duration<double>(endingSec), [&] { return isDone; })) return 0;
+  if (changed.wait_for(hold, std::chrono::duration<double>(maxEndingSec), [&] { return isDone; })) return 0;
   std::fflush(nullptr);
   std::_Exit(0);
 }

@@ -21,10 +21,12 @@ class AgentProcess {
   static constexpr double endingSec = 0.8;
 
   std::stop_token stop() const { return signals_.token(); }
+  /// Ends the process in order, as SIGTERM does. From any thread.
+  void requestStop() { signals_.requestStop(); }
 
   /// Runs `loop` until it returns or the process is to end. A loop that does not end in time (a display that hangs in its greeting can't be
   /// hurried) ends with the process, so everything it writes must be whole at any moment. The exit status.
-  int run(const std::function<void(const std::stop_token&)>& loop) const;
+  int run(const std::function<void(const std::stop_token&)>& loop, double maxEndingSec = endingSec) const;
 
  private:
   /// Made first: the mask and the memory's privacy hold for everything behind them.

@@ -21,4 +21,9 @@ Clock Clock::system() {
               }};
 }
 
+std::int64_t steadyNowMs() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
 }  // namespace halvo

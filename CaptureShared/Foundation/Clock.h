@@ -15,6 +15,9 @@ struct Clock {
   static Clock system();
 };
 
+/// Milliseconds on a clock that nobody sets and that stands still while the machine sleeps: for how long something has run.
+std::int64_t steadyNowMs();
+
 /// The caller's stop token ended the call. Never retried, never a backend's error.
 class Cancelled : public std::runtime_error {
  public:

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -53,6 +54,61 @@ sigset_t pipeSignal() {
   return set;
 }
 
+/// What a child turns into, made before the fork: behind it nothing may allocate.
+struct Plan {
+  const char* program;
+  char* const* words;
+  char* const* settings;
+  const std::vector<Descriptor>& descriptors;
+  int deathSignal;
+};
+
+/// A forked child's way into its program, as `Attributes` has it, and the bond that `posix_spawn` can't make. Answers an errno.
+int become(const Plan& plan, pid_t parent) {
+  struct sigaction usual {};
+  usual.sa_handler = SIG_DFL;
+  for (int signal = 1; signal < NSIG; ++signal) ::sigaction(signal, &usual, nullptr);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::setpgid(0, 0);
+  if (::prctl(PR_SET_PDEATHSIG, plan.deathSignal) != 0) return errno;
+  if (::getppid() != parent) return ESRCH;  // it ended before the bond held
+  for (const auto& descriptor : plan.descriptors) {
+    const bool isPlaced = descriptor.ours == descriptor.childs ? ::fcntl(descriptor.ours, F_SETFD, 0) == 0
+                                                               : ::dup2(descriptor.ours, descriptor.childs) >= 0;
+    if (!isPlaced) return errno;
+  }
+  ::execvpe(plan.program, plan.words, plan.settings);
+  return errno;
+}
+
+/// Above whatever number a child's descriptors may have.
+constexpr int reportDescriptor = 200;
+
+pid_t forkInto(const Plan& plan) {
+  auto report = Pipe::make();
+  FileHandle write(::fcntl(report.write.fd(), F_DUPFD_CLOEXEC, reportDescriptor));
+  if (!write) throw std::system_error(errno, std::generic_category(), plan.program);
+  report.write.reset();
+  const pid_t parent = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid < 0) throw std::system_error(errno, std::generic_category(), plan.program);
+  if (pid == 0) {
+    const int error = become(plan, parent);
+    [[maybe_unused]] const auto told = ::write(write.fd(), &error, sizeof error);
+    ::_exit(127);
+  }
+  write.reset();
+  int error = 0;
+  ssize_t got;
+  while ((got = ::read(report.read.fd(), &error, sizeof error)) < 0 && errno == EINTR) {
+  }
+  if (got == 0) return pid;  // closed by the program's start
+  wait(pid);
+  throw std::system_error(error, std::generic_category(), plan.program);
+}
+
 }  // namespace
 
 int wait(pid_t pid) {
@@ -60,6 +116,15 @@ int wait(pid_t pid) {
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::optional<int> reap(pid_t pid) {
+  siginfo_t info{};
+  if (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0) return -1;
+  if (info.si_pid == 0) return std::nullopt;
+  // Before it is reaped, while nobody else can have its number.
+  ::kill(-pid, SIGKILL);
+  return wait(pid);
 }
 
 Pipe Pipe::make() {
@@ -82,12 +147,18 @@ BrokenPipeGuard::~BrokenPipeGuard() {
 }
 
 pid_t run(const std::string& program, const std::vector<std::string>& arguments, const std::optional<Environment>& environment,
-          const std::vector<Descriptor>& descriptors) {
+          const std::vector<Descriptor>& descriptors, std::optional<int> deathSignal) {
   std::vector<std::string> words{program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> settings;
   if (environment)
     for (const auto& [key, setting] : *environment) settings.push_back(key + "=" + setting);
+  if (deathSignal)
+    return forkInto({.program = program.c_str(),
+                     .words = pointers(words).data(),
+                     .settings = environment ? pointers(settings).data() : environ,
+                     .descriptors = descriptors,
+                     .deathSignal = *deathSignal});
   FileActions actions;
   for (const auto& descriptor : descriptors) ::posix_spawn_file_actions_adddup2(&actions.value, descriptor.ours, descriptor.childs);
   const Attributes attributes;

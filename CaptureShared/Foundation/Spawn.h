@@ -24,13 +24,16 @@ struct Descriptor {
   int childs = -1;
 };
 
-/// Starts a program by its path (looked up in PATH when it has no slash) and answers its process id; absent environment: inherited.
-/// Throws `std::system_error` when it cannot be started.
+/// Starts a program by its path (looked up in PATH when it has no slash) and answers its process id; absent environment: inherited. With a
+/// `deathSignal` the child gets that signal when the thread that started it ends, however it ends. Throws `std::system_error` when it
+/// cannot be started.
 pid_t run(const std::string& program, const std::vector<std::string>& arguments, const std::optional<Environment>& environment,
-          const std::vector<Descriptor>& descriptors);
+          const std::vector<Descriptor>& descriptors, std::optional<int> deathSignal = {});
 
 /// Waits for the child's end: its exit code, or 128 + signal.
 int wait(pid_t pid);
+/// The same without waiting: absent while it runs, -1 when it is no child of ours. What is left of its process group is killed.
+std::optional<int> reap(pid_t pid);
 
 /// A pipe that no child inherits unless an end is given to it. `make` throws `std::system_error`.
 struct Pipe {

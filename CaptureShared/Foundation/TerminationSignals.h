@@ -15,6 +15,8 @@ class TerminationSignals {
   TerminationSignals& operator=(const TerminationSignals&) = delete;
 
   std::stop_token token() const { return stop_.get_token(); }
+  /// As if a signal had come. From any thread.
+  void requestStop() { stop_.request_stop(); }
 
  private:
   std::stop_source stop_;

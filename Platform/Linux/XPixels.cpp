@@ -1,6 +1,7 @@
 #include "Platform/Linux/XPixels.h"
 
 #include <bit>
+#include <cstring>
 #include <stdexcept>
 
 namespace halvo::XPixels {
@@ -24,6 +25,11 @@ class Channel {
   int shift_ = 0;
 };
 
+/// Four bytes a pixel, in the order blue, green, red: what nearly every server has.
+bool isUsual(const Layout& layout) {
+  return layout.bitsPerPixel == 32 && layout.lowByteFirst && layout.red == 0xFF0000 && layout.green == 0xFF00 && layout.blue == 0xFF;
+}
+
 }  // namespace
 
 std::size_t rowBytes(const Layout& layout) {
@@ -41,7 +47,7 @@ PNGWriter::RGBImage toRGB(const Layout& layout, std::span<const std::uint8_t> by
   image.pixels.resize(std::size_t{layout.width} * layout.height * 3);
   const std::size_t size = layout.bitsPerPixel / 8;
   auto* out = image.pixels.data();
-  const bool usual = size == 4 && layout.lowByteFirst && layout.red == 0xFF0000 && layout.green == 0xFF00 && layout.blue == 0xFF;
+  const bool usual = isUsual(layout);
   for (std::uint32_t y = 0; y < layout.height; ++y) {
     const auto* row = bytes.data() + y * stride;
     if (usual) {
@@ -55,6 +61,18 @@ PNGWriter::RGBImage toRGB(const Layout& layout, std::span<const std::uint8_t> by
     }
   }
   return image;
+}
+
+void toBGR0(const Layout& layout, std::span<const std::uint8_t> bytes, std::span<std::uint8_t> out) {
+  if (out.size() != std::size_t{layout.width} * layout.height * 4) throw std::runtime_error("no room for the picture, or too much");
+  if (isUsual(layout) && rowBytes(layout) == std::size_t{layout.width} * 4 && bytes.size() >= out.size()) {
+    std::memcpy(out.data(), bytes.data(), out.size());
+    return;
+  }
+  const auto image = toRGB(layout, bytes);
+  auto* to = out.data();
+  for (const auto* from = image.pixels.data(); to != out.data() + out.size(); from += 3, to += 4)
+    to[0] = from[2], to[1] = from[1], to[2] = from[0], to[3] = 0;
 }
 
 }  // namespace halvo::XPixels

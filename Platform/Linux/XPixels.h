@@ -23,4 +23,7 @@ std::size_t rowBytes(const Layout& layout);
 /// Throws `std::runtime_error` for a pixel size that isn't 16, 24 or 32 bits, a colour without bits, or fewer bytes than the sides need.
 PNGWriter::RGBImage toRGB(const Layout& layout, std::span<const std::uint8_t> bytes);
 
+/// The same as four bytes a pixel (blue, green, red, unused) into `out`, which holds exactly the picture. Throws like `toRGB`.
+void toBGR0(const Layout& layout, std::span<const std::uint8_t> bytes, std::span<std::uint8_t> out);
+
 }  // namespace halvo::XPixels

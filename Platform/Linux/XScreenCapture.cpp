@@ -120,6 +120,41 @@ struct XScreenCapture::Live {
     return layout;
   }
 
+  /// Memory that the server keeps mapped from one raw picture to the next.
+  std::unique_ptr<SharedMemory> kept;
+  xcb_shm_seg_t keptSegment = 0;
+
+  /// Makes it as large as the picture; false when the server won't have it.
+  bool keep(std::size_t size, double timeoutSec, const std::stop_token& stop) {
+    if (kept && kept->bytes().size() == size) return true;
+    auto* const x = connection.raw();
+    if (kept) xcb_shm_detach(x, keptSegment);
+    kept = std::make_unique<SharedMemory>(size);
+    bool isAttached = false;
+    if (*kept) {
+      keptSegment = xcb_generate_id(x);
+      const auto attached = xcb_shm_attach_fd_checked(x, keptSegment, kept->handOver(), 0);
+      connection.settle(timeoutSec, stop);
+      isAttached = !XReply<xcb_generic_error_t>{xcb_request_check(x, attached)};
+    }
+    if (!isAttached) kept.reset(), canShare = false;
+    return isAttached;
+  }
+
+  /// Whether it came: not when the server shares nothing or refuses the picture.
+  bool keptPixels(const PixelRect& rect, std::span<std::uint8_t> pixels, double timeoutSec, const std::stop_token& stop) {
+    const auto form = layout(rect);
+    if (!canShare || !keep(XPixels::rowBytes(form) * form.height, timeoutSec, stop)) return false;
+    auto* const x = connection.raw();
+    const auto asked = xcb_shm_get_image(x, connection.screen().root, static_cast<std::int16_t>(rect.x), static_cast<std::int16_t>(rect.y),
+                                         static_cast<std::uint16_t>(rect.width), static_cast<std::uint16_t>(rect.height), ~0u,
+                                         XCB_IMAGE_FORMAT_Z_PIXMAP, keptSegment, 0);
+    connection.settle(timeoutSec, stop);
+    const XReply<xcb_shm_get_image_reply_t> reply{xcb_shm_get_image_reply(x, asked, nullptr)};
+    if (reply) XPixels::toBGR0(form, kept->bytes(), pixels);
+    return reply != nullptr;
+  }
+
   /// The pixels by shared memory; absent when the server wouldn't take ours.
   std::optional<PNGWriter::RGBImage> shared(const PixelRect& rect, double timeoutSec, const std::stop_token& stop) {
     const auto form = layout(rect);
@@ -139,20 +174,23 @@ struct XScreenCapture::Live {
     return XPixels::toRGB(form, memory.bytes());
   }
 
-  PNGWriter::RGBImage overTheSocket(const PixelRect& rect, double timeoutSec, const std::stop_token& stop) {
+  /// A picture over the connection itself, as the server lays it out.
+  XReply<xcb_get_image_reply_t> overTheSocket(const PixelRect& rect, double timeoutSec, const std::stop_token& stop) {
     auto* const x = connection.raw();
     const auto asked = xcb_get_image(x, XCB_IMAGE_FORMAT_Z_PIXMAP, connection.screen().root, static_cast<std::int16_t>(rect.x),
                                      static_cast<std::int16_t>(rect.y), static_cast<std::uint16_t>(rect.width),
                                      static_cast<std::uint16_t>(rect.height), ~0u);
     connection.settle(timeoutSec, stop);
     xcb_generic_error_t* failure = nullptr;
-    const XReply<xcb_get_image_reply_t> reply{xcb_get_image_reply(x, asked, &failure)};
+    XReply<xcb_get_image_reply_t> reply{xcb_get_image_reply(x, asked, &failure)};
     const XReply<xcb_generic_error_t> error{failure};
     if (!reply)
       throw ScreenCaptureError(Kind::refused,
                                fmt::format("the display won't show its picture (X error {})", error ? error->error_code : 0));
-    return XPixels::toRGB(layout(rect),
-                          {xcb_get_image_data(reply.get()), static_cast<std::size_t>(xcb_get_image_data_length(reply.get()))});
+    return reply;
+  }
+  static std::span<const std::uint8_t> bytesOf(const xcb_get_image_reply_t& reply) {
+    return {xcb_get_image_data(&reply), static_cast<std::size_t>(xcb_get_image_data_length(&reply))};
   }
 
   std::vector<ScreenDisplay> monitors() {
@@ -213,24 +251,17 @@ std::vector<ScreenDisplay> XScreenCapture::displays() {
   return withDisplay([](Live& live) { return live.monitors(); });
 }
 
-std::string XScreenCapture::capturePNG(const Rect& bounds, double timeoutSec, const std::stop_token& stop) {
+template <class F>
+auto XScreenCapture::picture(F&& body, const std::stop_token& stop) -> decltype(body(std::declval<Live&>())) {
   throwIfStopped(stop);
   // A display that went away since the last picture may be back already; the first failure of an old connection is not the answer.
   const bool wasConnected = live_ != nullptr;
-  const auto picture = [&](Live& live) {
-    const auto [width, height] = live.desktopSize(timeoutSec, stop);
-    const auto rect = clipped(bounds, width, height);
-    if (rect.width <= 0 || rect.height <= 0) throw ScreenCaptureError(Kind::outsideDesktop, "the rectangle lies outside the desktop");
-    std::optional<PNGWriter::RGBImage> image;
-    if (live.canShare) image = live.shared(rect, timeoutSec, stop);
-    return image ? std::move(*image) : live.overTheSocket(rect, timeoutSec, stop);
-  };
   try {
     try {
-      return PNGWriter::encode(withDisplay(picture));
+      return withDisplay(body);
     } catch (const ScreenCaptureError& error) {
       if (error.kind() != Kind::noDisplay || !wasConnected) throw;
-      return PNGWriter::encode(withDisplay(picture));
+      return withDisplay(body);
     }
   } catch (const ScreenCaptureError&) {
     throw;
@@ -239,6 +270,33 @@ std::string XScreenCapture::capturePNG(const Rect& bounds, double timeoutSec, co
   } catch (const std::exception& error) {
     throw ScreenCaptureError(Kind::failed, error.what());
   }
+}
+
+std::string XScreenCapture::capturePNG(const Rect& bounds, double timeoutSec, const std::stop_token& stop) {
+  return picture(
+      [&](Live& live) {
+        const auto [width, height] = live.desktopSize(timeoutSec, stop);
+        const auto rect = clipped(bounds, width, height);
+        if (rect.width <= 0 || rect.height <= 0) throw ScreenCaptureError(Kind::outsideDesktop, "the rectangle lies outside the desktop");
+        std::optional<PNGWriter::RGBImage> image;
+        if (live.canShare) image = live.shared(rect, timeoutSec, stop);
+        if (!image) image = XPixels::toRGB(live.layout(rect), Live::bytesOf(*live.overTheSocket(rect, timeoutSec, stop)));
+        return PNGWriter::encode(*image);
+      },
+      stop);
+}
+
+void XScreenCapture::capturePixels(const Rect& bounds, std::span<std::uint8_t> pixels, double timeoutSec, const std::stop_token& stop) {
+  picture(
+      [&](Live& live) {
+        const auto [width, height] = live.desktopSize(timeoutSec, stop);
+        const auto rect = clipped(bounds, width, height);
+        if (rect.width != bounds.width || rect.height != bounds.height || rect.width <= 0 || rect.height <= 0)
+          throw ScreenCaptureError(Kind::outsideDesktop, "the rectangle isn't wholly on the desktop");
+        if (!live.keptPixels(rect, pixels, timeoutSec, stop))
+          XPixels::toBGR0(live.layout(rect), Live::bytesOf(*live.overTheSocket(rect, timeoutSec, stop)), pixels);
+      },
+      stop);
 }
 
 }  // namespace halvo

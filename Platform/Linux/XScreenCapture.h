@@ -18,11 +18,15 @@ class XScreenCapture : public ScreenCapture {
 
   std::vector<ScreenDisplay> displays() override;
   std::string capturePNG(const Rect& bounds, double timeoutSec, const std::stop_token& stop) override;
+  void capturePixels(const Rect& bounds, std::span<std::uint8_t> pixels, double timeoutSec, const std::stop_token& stop) override;
 
  private:
   struct Live;
   template <class F>
   auto withDisplay(F&& body) -> decltype(body(std::declval<Live&>()));
+  /// `withDisplay`, and once more when a display that was there has gone; every failure is a `ScreenCaptureError` or `Cancelled`.
+  template <class F>
+  auto picture(F&& body, const std::stop_token& stop) -> decltype(body(std::declval<Live&>()));
 
   std::optional<std::string> display_;
   std::unique_ptr<Live> live_;

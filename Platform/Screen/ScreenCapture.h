@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <stdexcept>
 #include <stop_token>
 #include <string>
@@ -45,6 +47,9 @@ class ScreenCapture {
   /// The pixels of a rectangle as the bytes of an RGB PNG; what lies outside the desktop is cut off. Throws `ScreenCaptureError`, of kind
   /// `timedOut` when `timeoutSec` pass, and `Cancelled`.
   virtual std::string capturePNG(const Rect& bounds, double timeoutSec, const std::stop_token& stop) = 0;
+  /// The pixels of a rectangle of whole pixels into `pixels`, 4 bytes each (blue, green, red, unused), rows from the top without padding.
+  /// Nothing is cut off: a rectangle that isn't wholly on the desktop is `outsideDesktop`. Throws like `capturePNG`.
+  virtual void capturePixels(const Rect& bounds, std::span<std::uint8_t> pixels, double timeoutSec, const std::stop_token& stop) = 0;
 };
 
 }  // namespace halvo

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
@@ -50,6 +51,7 @@ class FakeScreenCapture : public ScreenCapture {
  public:
   std::vector<ScreenDisplay> monitors;
   std::string png = "not really a picture";
+  std::uint8_t shade = 0x80;                  ///< every byte of a raw picture
   std::optional<ScreenCaptureError> failure;  ///< thrown instead of answering
   std::vector<Rect> captured;                 ///< the rectangles asked for, in order
   std::function<void()> duringCapture;        ///< run before the answer
@@ -64,6 +66,13 @@ class FakeScreenCapture : public ScreenCapture {
     if (duringCapture) duringCapture();
     if (failure) throw ScreenCaptureError(*failure);
     return png;
+  }
+  void capturePixels(const Rect& bounds, std::span<std::uint8_t> pixels, double, const std::stop_token& stop) override {
+    throwIfStopped(stop);
+    captured.push_back(bounds);
+    if (duringCapture) duringCapture();
+    if (failure) throw ScreenCaptureError(*failure);
+    std::fill(pixels.begin(), pixels.end(), shade);
   }
 };
 

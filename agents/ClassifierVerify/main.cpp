@@ -5,6 +5,7 @@
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Intention/CurrentTask.h"
 #include "CaptureShared/Net/HTTPTransportRouter.h"
+#include "CaptureShared/Recording/Supervision/ReplacementTimer.h"
 #include "Platform/Linux/LinuxDesktop.h"
 #include "Platform/Linux/TesseractRecognizer.h"
 #include "Platform/Linux/XScreenCapture.h"
@@ -13,12 +14,13 @@
 using namespace halvo;
 
 int main() {
-  const AgentProcess process("ClassifierVerify");
+  AgentProcess process("ClassifierVerify");
   const auto environment = processEnvironment();
   const auto clock = Clock::system();
   const LogSink log = [toStream = standardLog(), clock](const std::string& line) {
     toStream(ISO8601::utcSeconds(clock.nowMs()) + " " + line);
   };
+  const ReplacementTimer replacement({.onReplaced = [&] { process.requestStop(); }, .log = log});
   const auto root = []() -> std::optional<std::filesystem::path> {
     if (DataPaths::isDataRootAvailable()) return DataPaths::dataRoot();
     DataPaths::invalidateConfigCache();  // it may be chosen before the next pass

@@ -103,6 +103,7 @@ void CoachDriverLoop::logChange(std::string& last, const std::string& line) {
 
 void CoachDriverLoop::run(const std::stop_token& stop) {
   while (!stop.stop_requested()) {
+    surroundings_.signOfLife();
     try {
       wake(stop);
       lastFailure_.clear();

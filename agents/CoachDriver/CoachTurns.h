@@ -38,6 +38,7 @@ struct CoachSurroundings {
   std::function<bool()> isDataRootThere = [] {
     return true;
   };  ///< false: a volume is gone, and its empty mount point is not to be written to
+  std::function<void()> signOfLife = [] {};  ///< at each wake
 };
 
 /// Runs one turn of the coach and writes what came of it.

@@ -10,6 +10,15 @@
 
 namespace halvo {
 
+namespace {
+
+bool writeID(const FileHandle& file) {
+  const auto text = std::to_string(::getpid()) + "\n";
+  return ::pwrite(file.fd(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+}
+
+}  // namespace
+
 std::optional<SingleInstance> SingleInstance::acquire(const std::filesystem::path& pidFile) {
   FileHandle file(::open(pidFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (!file) throw std::system_error(errno, std::generic_category(), pidFile.string());
@@ -17,10 +26,11 @@ std::optional<SingleInstance> SingleInstance::acquire(const std::filesystem::pat
     if (errno == EWOULDBLOCK) return std::nullopt;
     throw std::system_error(errno, std::generic_category(), pidFile.string());
   }
-  const auto text = std::to_string(::getpid()) + "\n";
-  if (::ftruncate(file.fd(), 0) != 0 || ::pwrite(file.fd(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+  if (::ftruncate(file.fd(), 0) != 0 || !writeID(file))
     throw std::system_error(errno, std::generic_category(), pidFile.string());
   return SingleInstance(std::move(file));
 }
+
+void SingleInstance::renew() const { writeID(file_); }
 
 }  // namespace halvo

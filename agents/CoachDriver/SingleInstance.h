@@ -13,6 +13,8 @@ class SingleInstance {
   /// Takes the lock on `io-layer/coach-driver.pid` and writes this process's id into it; absent when another holds it. Throws
   /// `std::system_error`.
   static std::optional<SingleInstance> acquire(const std::filesystem::path& pidFile);
+  /// Writes the id again: that the driver is alive shows in the file's time. A failed write is one sign of life less.
+  void renew() const;
 
  private:
   explicit SingleInstance(FileHandle file) : file_(std::move(file)) {}

@@ -14,6 +14,7 @@
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Net/HTTPTransportRouter.h"
+#include "CaptureShared/Recording/Supervision/ReplacementTimer.h"
 #include "agents/CoachDriver/CoachDriverLoop.h"
 #include "agents/CoachDriver/SingleInstance.h"
 
@@ -55,7 +56,7 @@ std::optional<SingleInstance> holdDataRoot(const Clock& clock, const LogSink& lo
 }  // namespace
 
 int main() {
-  const AgentProcess process("CoachDriver");
+  AgentProcess process("CoachDriver");
   const auto log = standardLog();
   const auto clock = Clock::system();
   const auto environment = processEnvironment();
@@ -63,6 +64,7 @@ int main() {
     std::fprintf(stderr, "%s\n", refusal->c_str());
     return EX_CONFIG;
   }
+  const ReplacementTimer replacement({.onReplaced = [&] { process.requestStop(); }, .log = log});
   const auto base = LocalInferenceEndpoint::resolve(environment);
   const auto transport = HTTPTransportRouter::standard(environment);
   // Every row is one write: ended anywhere, the files are whole.
@@ -86,7 +88,8 @@ int main() {
                      .calendar = Calendar::local(),
                      .log = log,
                      .intentionSinks = IntentionWriter::standardSinks("AmbitudeCoach"),
-                     .isDataRootThere = DataPaths::isDataRootAvailable})
+                     .isDataRootThere = DataPaths::isDataRootAvailable,
+                     .signOfLife = [&] { hold->renew(); }})
         .run(stop);
     log("layer3: the coach ends");
   });

@@ -7,17 +7,19 @@
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Foundation/Environment.h"
 #include "CaptureShared/Intention/CurrentTask.h"
+#include "CaptureShared/Recording/Supervision/ReplacementTimer.h"
 #include "Platform/Linux/LinuxDesktop.h"
 #include "agents/Signals/SignalsSampler.h"
 
 using namespace halvo;
 
 int main() {
-  const AgentProcess process("Signals");
+  AgentProcess process("Signals");
   const auto clock = Clock::system();
   const LogSink log = [toStream = standardLog(), clock](const std::string& line) {
     toStream(ISO8601::utcSeconds(clock.nowMs()) + " " + line);
   };
+  const ReplacementTimer replacement({.onReplaced = [&] { process.requestStop(); }, .log = log});
   const auto root = []() -> SignalsSampler::Root {
     if (!DataPaths::isDataRootAvailable()) {
       DataPaths::invalidateConfigCache();  // it may be chosen before the next turn

@@ -79,6 +79,27 @@ TEST(Spawn, aDeadlineOrAStopKillsTheWholeFamily) {
   EXPECT_FALSE(Spawn::capture("/bin/sh", {"-c", "exec 1>&-; exec sleep 300"}, "", 0.3));
 }
 
+TEST(Spawn, aBoundChildEndsWithTheThreadThatStartedIt) {
+  auto pipe = Spawn::Pipe::make();
+  pid_t child = 0;
+  std::jthread([&] {
+    child = Spawn::run("sh", {"-c", "echo $WORD >&5; exec sleep 300"}, Environment{{"WORD", "said"}, {"PATH", "/usr/bin:/bin"}},
+                       {{pipe.write.fd(), 5}}, SIGTERM);
+    pipe.write.reset();
+    char said[8] = {};
+    EXPECT_EQ(::read(pipe.read.fd(), said, sizeof said), 5);
+    EXPECT_STREQ(said, "said\n");
+    EXPECT_EQ(::getpgid(child), child);
+    EXPECT_FALSE(Spawn::reap(child));
+  }).join();
+  std::optional<int> status;
+  EXPECT_TRUE(eventually([&] { return (status = Spawn::reap(child)).has_value(); }));
+  EXPECT_EQ(status, 128 + SIGTERM);
+  EXPECT_EQ(Spawn::reap(child), -1);
+  EXPECT_THROW(Spawn::run("no-such-program-here", {}, {}, {}, SIGTERM), std::system_error);
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "nothing of the failed start is left";
+}
+
 TEST(TerminationSignals, turnASignalIntoAStop) {
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     int ready[2];

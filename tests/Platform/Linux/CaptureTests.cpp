@@ -65,6 +65,14 @@ TEST(XScreenCapture, thePixelsOfARectangle) {
     EXPECT_EQ(pixel(image, 60, 40), c.want);
     EXPECT_EQ(pixel(image, 0, 0), (std::vector<int>{0, 0, 0}));
     EXPECT_EQ(pixel(image, 61, 41), (std::vector<int>{0, 0, 0}));
+    for (const int width : {62, 30, 62}) {  // the memory that is kept has to follow
+      std::vector<std::uint8_t> raw(static_cast<std::size_t>(width) * 42 * 4, 7);
+      capture.capturePixels({.x = 99, .y = 49, .width = static_cast<double>(width), .height = 42}, raw, 5, {});
+      const auto* inside = raw.data() + (40 * width + 29) * 4;
+      EXPECT_EQ((std::vector<int>{inside[2], inside[1], inside[0]}), c.want) << width;
+      EXPECT_EQ(raw[0] + raw[1] + raw[2], 0);
+      EXPECT_THROW(capture.capturePixels({.x = 1'270, .width = static_cast<double>(width), .height = 42}, raw, 5, {}), ScreenCaptureError);
+    }
   }
 }
 

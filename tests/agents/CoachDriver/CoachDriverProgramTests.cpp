@@ -100,6 +100,11 @@ TEST_F(CoachDriverProgramTest, asksAnswersAndPicksUpWhereAKilledOneLeft) {
   EXPECT_TRUE(eventually([&] { return readFile(folder.path() / ".ambitude/current-task.txt").find("walk") != std::string::npos; }));
   EXPECT_NE(halvo({"status"}).find("intention: "), std::string::npos);
   EXPECT_NE(driverLog().find("another CoachDriver runs"), std::string::npos);
+  const auto pidFile = root / "io-layer/coach-driver.pid";
+  const auto longAgo = std::chrono::file_clock::from_sys(std::chrono::sys_seconds(std::chrono::seconds(1'000)));
+  std::filesystem::last_write_time(pidFile, longAgo);
+  EXPECT_TRUE(eventually([&] { return std::filesystem::last_write_time(pidFile) > longAgo; })) << "at each wake";
+  EXPECT_EQ(readFile(pidFile), std::to_string(driver.pid()) + "\n");
 
   driver.signal(SIGKILL);
   EXPECT_EQ(driver.wait(5), 128 + SIGKILL);

@@ -1,0 +1,120 @@
+#include "AmbitudeAppKit/AgentControl/BackgroundAgents.h"
+
+#include "AmbitudeAppKit/AgentControl/LaunchdPrint.h"
+#include "CaptureShared/Foundation/ExecutablePath.h"
+#include "CaptureShared/Foundation/Match.h"
+
+namespace halvo {
+
+namespace {
+
+using namespace AgentServiceMigration;
+using State = BackgroundAgentState;
+using ActionError = BackgroundAgentActionError;
+
+std::string wordsOf(const ActionError::Case& which) {
+  const auto nameOf = [](BackgroundAgent agent) { return facts(agent).name; };
+  return match(
+      which,
+      [&](const ActionError::BundleSourceMissing& e) {
+        return userMessage(ServiceAction::turnOn, nameOf(e.agent), ServiceErrorKind::damagedCopy);
+      },
+      [&](const ActionError::RegisterFailed& e) { return userMessage(ServiceAction::turnOn, nameOf(e.agent), e.kind); },
+      [&](const ActionError::RequiresApproval& e) {
+        return userMessage(ServiceAction::turnOn, nameOf(e.agent), ServiceErrorKind::notAllowed);
+      },
+      [&](const ActionError::UnregisterFailed& e) { return userMessage(ServiceAction::turnOff, nameOf(e.agent), e.kind); },
+      [&](const ActionError::RestartFailed& e) {
+        return userMessage(ServiceAction::turnOn, nameOf(e.agent), ServiceErrorKind::temporary);
+      });
+}
+
+State::RunState runStateOf(const LaunchdPrint& print) {
+  if (print.pid) return State::Running{*print.pid};
+  if (print.lastExitCode && *print.lastExitCode != 0) return State::Failing{*print.lastExitCode};
+  return State::Idle{print.lastExitCode, print.runs};
+}
+
+}  // namespace
+
+BackgroundAgentActionError::BackgroundAgentActionError(Case which, std::string detail)
+    : std::runtime_error(wordsOf(which)), case_(which), detail_(std::move(detail)) {}
+
+BackgroundAgentState BackgroundAgents::state(BackgroundAgent agent) const {
+  const auto name = label(agent);
+  const auto status = deps_.services.status(name);
+  std::error_code ignored;
+  const auto legacyFile = deps_.legacyFolder / (name + ".plist");
+  const bool hasLegacy = std::filesystem::exists(legacyFile, ignored);
+  State state{.agent = agent, .launchdDisabled = deps_.services.isDisabled(name)};
+  match(
+      deps_.services.print(name), [&](const ServiceManager::Failed& failed) { state.runState = State::Unknown{failed.text}; },
+      [&](const ServiceManager::NotLoaded&) {
+        if (status == ServiceStatus::requiresApproval)
+          state.runState = State::RequiresApproval{};
+        else if (hasLegacy || status == ServiceStatus::enabled || state.launchdDisabled == true)
+          state.runState = State::InstalledNotLoaded{};
+        else
+          state.runState = State::NotInstalled{};
+      },
+      [&](const ServiceManager::Printed& printed) {
+        const auto print = LaunchdPrint::parse(printed.text);
+        state.runState = status == ServiceStatus::requiresApproval ? State::RunState(State::RequiresApproval{}) : runStateOf(print);
+        state.runsFromLegacyPlist = hasLegacy && print.path == legacyFile.string();
+        state.since = LaunchdPrint::field(printed.text, "since");
+      });
+  if (deps_.missingConfigKeys) state.missingConfigKeys = deps_.missingConfigKeys(agent);
+  if (agent == BackgroundAgent::localModel) state.localModelStatus = LlamaServerStatus::read(deps_.localModelStatusFile);
+  return state;
+}
+
+std::vector<BackgroundAgentState> BackgroundAgents::statuses(std::span<const BackgroundAgent> agents) const {
+  std::vector<State> states;
+  for (const auto agent : agents) states.push_back(state(agent));
+  return states;
+}
+
+BackgroundAgents::RestartOutcome BackgroundAgents::restart(BackgroundAgent agent) const {
+  const auto print = deps_.services.print(label(agent));
+  if (std::holds_alternative<ServiceManager::NotLoaded>(print)) return RestartOutcome::notLoaded;
+  if (const auto* failed = std::get_if<ServiceManager::Failed>(&print)) throw ActionError(ActionError::RestartFailed{agent}, failed->text);
+  if (const auto failure = deps_.services.kickstart(label(agent))) throw ActionError(ActionError::RestartFailed{agent}, failure->text);
+  return RestartOutcome::restarted;
+}
+
+void BackgroundAgents::install(BackgroundAgent agent) const {
+  const auto name = label(agent);
+  if (!ExecutablePath::isExecutableFile(deps_.programFolder / facts(agent).program))
+    throw ActionError(ActionError::BundleSourceMissing{agent}, (deps_.programFolder / facts(agent).program).string());
+  const auto before = deps_.services.status(name);
+  if (!before) throw ActionError(ActionError::RegisterFailed{agent, ServiceErrorKind::temporary}, "its state can't be told");
+  if (installUnregistersFirst(*before)) remove(agent);
+  if (const auto failure = deps_.services.registerService(name))
+    throw ActionError(ActionError::RegisterFailed{agent, errorKind(failure->domain, failure->code)}, failure->text);
+  if (deps_.services.status(name) == ServiceStatus::requiresApproval) throw ActionError(ActionError::RequiresApproval{agent});
+}
+
+void BackgroundAgents::stop(BackgroundAgent agent) const {
+  if (const auto failure = deps_.services.bootout(label(agent)))
+    throw ActionError(ActionError::UnregisterFailed{agent, errorKind(failure->domain, failure->code)}, failure->text);
+}
+
+void BackgroundAgents::remove(BackgroundAgent agent) const {
+  const auto failure = deps_.services.unregister(label(agent));
+  if (!failure) return;
+  const auto after = deps_.services.status(label(agent));
+  if (after && unregisterFailureLeavesNothingRegistered(*after)) return;
+  throw ActionError(ActionError::UnregisterFailed{agent, errorKind(failure->domain, failure->code)}, failure->text);
+}
+
+std::string describe(const BackgroundAgentState::RunState& state) {
+  return match(
+      state, [](const State::Running&) { return std::string("running"); },
+      [](const State::Idle& idle) { return std::string(idle.lastExitCode ? "idle" : "waiting for its first run"); },
+      [](const State::Failing&) { return std::string("failing"); }, [](const State::Unknown&) { return std::string("unknown"); },
+      [](const State::NotInstalled&) { return std::string("not installed"); },
+      [](const State::InstalledNotLoaded&) { return std::string("stopped"); },
+      [](const State::RequiresApproval&) { return std::string("needs approval"); });
+}
+
+}  // namespace halvo

@@ -1,0 +1,65 @@
+#include "AmbitudeAppKit/AgentControl/SidebarHealthStrip.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+#include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
+#include "CaptureShared/Signals/SignalsStaleness.h"
+
+namespace halvo::SidebarHealthStrip {
+
+namespace {
+
+using namespace ComponentHealth;
+
+State warning(std::string title, std::string detail) {
+  return {.symbol = "dialog-warning-symbolic", .title = std::move(title), .detail = std::move(detail), .tone = Tone::warning};
+}
+
+State faultState(const CaptureFault& fault, std::int64_t nowMs) {
+  const auto since = "for " + brief(static_cast<double>(nowMs - fault.sinceMs) / 1000);
+  return warning(std::string(CaptureFault::headline(fault.kind)), fault.detail.empty() ? since : since + "; " + fault.detail);
+}
+
+State silentState(Component component, const Silent& silent) {
+  const auto what = std::string(whatItDoes(component));
+  if (!silent.lastActivityMs) return warning(fmt::format("{} has not been at work yet", displayName(component)), what);
+  return warning(fmt::format("{} is silent", displayName(component)), fmt::format("{}: nothing for {}", what, brief(silent.quietFor)));
+}
+
+State pausedState(const Pause& pause, std::int64_t nowMs) {
+  const auto heldSec = pause.sinceMs ? std::optional(static_cast<double>(nowMs - *pause.sinceMs) / 1000) : std::nullopt;
+  auto detail = heldSec ? "for " + brief(*heldSec) : std::string();
+  // Nobody is on a call that long: the person should look whether one is really on.
+  if (heldSec.value_or(0) > Pause::longHold) return warning("Still on hold for a call", std::move(detail));
+  return {.symbol = "media-playback-pause-symbolic", .title = "On hold for a call", .detail = std::move(detail)};
+}
+
+std::string names(std::span<const std::pair<Component, Status>> components, auto&& isMeant) {
+  std::string list;
+  for (const auto& [component, status] : components)
+    if (isMeant(status)) list += (list.empty() ? "" : ", ") + std::string(displayName(component));
+  return list;
+}
+
+}  // namespace
+
+State state(const Facts& facts) {
+  if (facts.dataRootTrouble) return warning("Recording nothing", *facts.dataRootTrouble);
+  if (facts.fault && !CaptureFaultStore::isStale(*facts.fault, facts.nowMs)) return faultState(*facts.fault, facts.nowMs);
+  if (const auto worst = worstFault(facts.components)) return silentState(worst->first, std::get<Silent>(worst->second));
+  for (const auto& [component, status] : facts.components)
+    if (const auto* paused = std::get_if<Paused>(&status)) return pausedState(paused->pause, facts.nowMs);
+
+  const auto off = names(facts.components, [](const Status& status) { return std::holds_alternative<OffByChoice>(status); });
+  const auto on = names(facts.components, [](const Status& status) { return !std::holds_alternative<OffByChoice>(status); });
+  if (on.empty()) return {.symbol = "system-shutdown-symbolic", .title = "Off", .detail = "by choice"};
+  return {.symbol = "emblem-ok-symbolic", .title = "Working", .detail = on + (off.empty() ? "" : "; off by choice: " + off)};
+}
+
+std::string brief(double seconds) {
+  return SignalsStaleness::humanDuration(static_cast<std::int64_t>(std::max(0.0, seconds) * 1000));
+}
+
+}  // namespace halvo::SidebarHealthStrip

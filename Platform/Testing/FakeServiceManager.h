@@ -1,0 +1,66 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Services/ServiceManager.h"
+
+namespace halvo {
+
+/// A service manager that a test drives by hand: what each job is, and which call fails.
+class FakeServiceManager : public ServiceManager {
+ public:
+  struct Job {
+    bool isLegacyLoaded = false, isRegistered = false;
+    bool startsWhenRegistered = true;  ///< else it exits at once with `exitCode`
+    std::optional<int> exitCode = {};
+    std::optional<bool> isDisabled = false;
+    std::optional<std::string> printFailure = {};
+    ServiceStatus statusOnceRegistered = ServiceStatus::enabled;
+    std::string program = "/usr/lib/halvo/X";
+  };
+  std::map<std::string, Job, std::less<>> jobs;
+  std::vector<std::string> calls;        ///< what was changed, in order: "register", "unregister", ...
+  std::optional<std::size_t> failingCall;  ///< the number, from 0, of the call that fails
+
+  Print print(const std::string& label) override {
+    const auto& job = jobs[label];
+    if (job.printFailure) return Failed{*job.printFailure};
+    if (!job.isRegistered && !job.isLegacyLoaded) return NotLoaded{};
+    if (job.isRegistered && job.statusOnceRegistered != ServiceStatus::enabled) return NotLoaded{};
+    std::string text = job.isRegistered ? "program = " + job.program + "\n" : "program = /old/X\n";
+    if (!job.isRegistered || job.startsWhenRegistered) text += "pid = 42\n";
+    if (job.exitCode) text += "last exit code = " + std::to_string(*job.exitCode) + "\n";
+    return Printed{text};
+  }
+  std::optional<bool> isDisabled(const std::string& label) override { return jobs[label].isDisabled; }
+  std::optional<ServiceStatus> status(const std::string& label) override {
+    return jobs[label].isRegistered ? jobs[label].statusOnceRegistered : ServiceStatus::notRegistered;
+  }
+  std::optional<Failure> kickstart(const std::string& label) override { return change("kickstart", label, [](Job&) {}); }
+  std::optional<Failure> bootout(const std::string& label) override {
+    return change("bootout", label, [](Job& job) { job.isLegacyLoaded = false; });
+  }
+  std::optional<Failure> registerService(const std::string& label) override {
+    return change("register", label, [](Job& job) { job.isRegistered = true; });
+  }
+  std::optional<Failure> unregister(const std::string& label) override {
+    return change("unregister", label, [](Job& job) { job.isRegistered = false; });
+  }
+  std::optional<Failure> loadLegacy(const std::string& label) override {
+    return change("loadLegacy", label, [](Job& job) { job.isLegacyLoaded = true; });
+  }
+
+ private:
+  std::optional<Failure> change(const char* name, const std::string& label, const std::function<void(Job&)>& how) {
+    calls.push_back(name);
+    if (failingCall && *failingCall == calls.size() - 1) return Failure{"NSPOSIXErrorDomain", 5, "input/output error"};
+    how(jobs[label]);
+    return std::nullopt;
+  }
+};
+
+}  // namespace halvo

@@ -1,0 +1,160 @@
+#include "agents/Capturer/CapturerLoop.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "CaptureShared/Recording/Supervision/CapturerExit.h"
+#include "agents/Capturer/CaptureEnd.h"
+#include "agents/Capturer/FramePlacement.h"
+#include "agents/Capturer/WindowMask.h"
+
+namespace halvo {
+namespace {
+
+using Steady = std::chrono::steady_clock;
+
+constexpr double captureTimeoutSec = 2;
+/// So long after the frames went in, the ones before them are out of the encoder: what is on the disk then, a kill can't take.
+constexpr double encodingSec = 0.1;
+/// Within the time that a program has to end; an ffmpeg that takes longer loses its last frame.
+constexpr auto programEnds = std::chrono::milliseconds(550);
+constexpr auto displayEnds = std::chrono::seconds(5);
+
+}  // namespace
+
+CapturerLoop::CapturerLoop(Ports ports) : ports_(std::move(ports)) {}
+
+std::optional<std::vector<Rect>> CapturerLoop::maskNow() {
+  const auto sample = ports_.probes.sample();
+  trust_.setTrustworthy(sample.windows.has_value());
+  if (sample.windows && hadFault_ && ports_.filterFault) ports_.filterFault(false);
+  hadFault_ = !sample.windows;
+  if (sample.session.screenLocked == true) {
+    pause("the session is locked");
+    return std::nullopt;
+  }
+  if (!sample.windows) {
+    pause("the desktop doesn't tell its windows, so what must not be recorded can't be known");
+    if (ports_.filterFault) ports_.filterFault(true);
+    return std::nullopt;
+  }
+  return WindowMask::rectangles(*sample.windows, ports_.denylist);
+}
+
+void CapturerLoop::pause(const std::string& why) {
+  if (paused_ != why && ports_.log) ports_.log("recording nothing: " + why);
+  paused_ = why;
+  endSessions();
+}
+
+void CapturerLoop::followDisplays() {
+  const auto displays = ports_.screen.displays();
+  if (displays.empty()) throw CaptureEnd(CapturerExit::noDisplaysAvailable, "no display is there");
+  for (auto it = recorders_.begin(); it != recorders_.end();) {
+    const bool isSame = std::ranges::find(displays, it->second->display()) != displays.end();
+    const auto old = isSame ? nullptr : std::move(it->second);
+    it = isSame ? std::next(it) : recorders_.erase(it);
+    if (old) old->end(Steady::now() + displayEnds);
+  }
+  for (const auto& display : displays)
+    if (!recorders_.contains(display.number))
+      recorders_[display.number] = std::make_unique<DisplayRecorder>(DisplayRecorder::Setup{.display = display,
+                                                                                           .root = ports_.root,
+                                                                                           .key = ports_.key,
+                                                                                           .generation = ports_.generation,
+                                                                                           .ffmpeg = ports_.ffmpeg,
+                                                                                           .calendar = ports_.calendar});
+}
+
+void CapturerLoop::pump() {
+  for (const auto& [number, recorder] : recorders_) recorder->pump();
+}
+
+void CapturerLoop::turn(const std::stop_token& stop) {
+  pump();
+  auto mask = maskNow();
+  if (!mask) return;
+  followDisplays();
+  const auto nowMs = ports_.clock.nowMs();  // the time of these frames
+  std::vector<DisplayRecorder*> captured;
+  for (const auto& [number, recorder] : recorders_) {
+    if (recorder->room().empty()) continue;
+    try {
+      ports_.screen.capturePixels(recorder->recorded(), recorder->room(), captureTimeoutSec, stop);
+      captured.push_back(recorder.get());
+    } catch (const ScreenCaptureError& error) {
+      // It changed between the two questions: the next turn sees its new size.
+      if (error.kind() != ScreenCaptureError::Kind::outsideDesktop) throw;
+    }
+  }
+  // A window that came up in between is in this list, one that went in the first.
+  const auto after = maskNow();
+  if (!after) return;
+  mask->insert(mask->end(), after->begin(), after->end());
+  for (auto* recorder : captured) {
+    WindowMask::paint({.pixels = recorder->room(), .bounds = recorder->recorded()}, *mask);
+    recorder->record(nowMs, after->size());
+  }
+  if (!std::exchange(paused_, {}).empty() && ports_.log) ports_.log("recording again");
+}
+
+void CapturerLoop::endSessions(std::chrono::milliseconds within) {
+  std::optional<CaptureEnd> failure;
+  const auto deadline = Steady::now() + within;
+  const auto all = [&](auto&& step) {
+    for (const auto& [number, recorder] : recorders_) try {
+        step(*recorder);
+      } catch (const CaptureEnd& error) {
+        if (!failure) failure = error;
+      }
+  };
+  all([](DisplayRecorder& recorder) { recorder.beginEnd(); });
+  all([&](DisplayRecorder& recorder) { recorder.end(deadline); });
+  if (failure) throw *failure;
+}
+
+std::int32_t CapturerLoop::run(const std::stop_token& stop) {
+  std::int32_t code = 0;
+  std::string trouble;
+  const auto ends = [&](std::int32_t with, const std::string& why) {
+    code = with;
+    if (ports_.log) ports_.log("recording ends: " + why);
+  };
+  for (auto dueMs = ports_.clock.nowMs(); code == 0 && !stop.stop_requested();) {
+    try {
+      turn(stop);
+      trouble.clear();
+    } catch (const CaptureEnd& error) {
+      ends(error.code(), error.what());
+    } catch (const ScreenCaptureError& error) {
+      if (const auto told = CapturerExit::startupCode(error))
+        ends(*told, error.what());
+      else if (std::exchange(trouble, error.what()) != error.what() && ports_.log)
+        ports_.log(std::string("no frame: ") + error.what());
+    } catch (const Cancelled&) {
+      break;
+    }
+    dueMs += FramePlacement::periodMs;
+    const auto nowMs = ports_.clock.nowMs();
+    if (dueMs <= nowMs || dueMs > nowMs + FramePlacement::periodMs) dueMs = nowMs + FramePlacement::periodMs;
+    if (code != 0) break;
+    const auto leftSec = static_cast<double>(dueMs - nowMs) / 1000, firstSec = std::min(leftSec, encodingSec);
+    ports_.clock.wait(firstSec, stop);
+    try {
+      pump();
+    } catch (const CaptureEnd& error) {
+      ends(error.code(), error.what());
+    }
+    if (code == 0) ports_.clock.wait(leftSec - firstSec, stop);
+  }
+  try {
+    endSessions(programEnds);
+  } catch (const CaptureEnd& error) {
+    if (code == 0 && ports_.log) ports_.log(std::string("the end of a recording is lost: ") + error.what());
+  }
+  return code;
+}
+
+}  // namespace halvo

@@ -1,0 +1,132 @@
+// The program itself on a real display that shows a clock, killed at random.
+
+#include <csignal>
+#include <cstdlib>
+#include <random>
+
+#include <fcntl.h>
+
+#include <gtest/gtest.h>
+
+#include "CaptureShared/Foundation/Clock.h"
+#include "CaptureShared/Recording/Supervision/CapturerExit.h"
+#include "CaptureShared/Recording/VideoArchiveKeyStore.h"
+#include "Platform/Linux/LinuxArchiveKeyBackend.h"
+#include "Platform/Linux/TesseractRecognizer.h"
+#include "tests/agents/Capturer/Footage.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/TestWindow.h"
+#include "tests/support/XServer.h"
+
+namespace halvo {
+namespace {
+
+namespace fs = std::filesystem;
+using test::eventually;
+using test::Footage;
+
+const fs::path program = fs::path(HALVO_BIN) / "Capturer";
+
+class CapturerProgramTest : public testing::Test {
+ protected:
+  CapturerProgramTest() {
+    for (const auto* name : {"data", "home", "tmp"}) fs::create_directory(folder.path() / name), fs::permissions(folder.path() / name, fs::perms::owner_all);
+  }
+  Environment environment(const std::string& display) const {
+    return {{"HOME", (folder.path() / "home").string()}, {"PATH", "/usr/bin:/bin"}, {"DISPLAY", display}, {"TZ", "America/New_York"},
+            {"TMPDIR", (folder.path() / "tmp").string()}, {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
+            {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"}, {"AMBITCAP_DATA_ROOT", root.string()}};
+  }
+  SymmetricKey makeKey() {
+    auto secrets = LinuxArchiveKeyBackend::forAccount(environment(""));
+    return VideoArchiveKeyStore(secrets).loadOrRotate({.trustedApplicationPaths = {fs::canonical(program)}, .includeSelf = true, .nowMs = 1}).key;
+  }
+  test::ChildProcess start(const Environment& world) const {
+    const FileHandle log(::open((folder.path() / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
+    return {program.string(), {}, world, {{.ours = log.fd(), .childs = 1}, {.ours = log.fd(), .childs = 2}}};
+  }
+
+  test::TemporaryFolder folder;
+  fs::path root = folder.path() / "data";
+};
+
+TEST_F(CapturerProgramTest, saysWhyItCannotStart) {
+  const test::XServer x({.width = 320, .height = 240, .hasWindowManager = false});
+  auto world = environment(":97");
+  EXPECT_EQ(start(world).wait(10), CapturerExit::noDisplaysAvailable);
+  world["DISPLAY"] = x.display();
+  EXPECT_EQ(start(world).wait(10), CapturerExit::videoKeyMissing);
+  world["AMBITCAP_FFMPEG"] = "/nonexistent";
+  EXPECT_EQ(start(world).wait(10), CapturerExit::ffmpegMissing);
+}
+
+/// HALVO_KILLS: how many, and then every row is read; without it as many as fit in 20 seconds, and about ten rows.
+TEST_F(CapturerProgramTest, killedAtRandomEveryRowStillFindsItsFrame) {
+  const test::XServer x({.width = 640, .height = 360});
+  const auto key = makeKey();
+  const auto world = environment(x.display());
+  const char* wanted = std::getenv("HALVO_KILLS");
+  const int mostKills = wanted ? std::atoi(wanted) : 1'000;
+  const auto endMs = Clock::system().nowMs() + (wanted ? 3'600'000 : 20'000);
+  std::mt19937 random(std::random_device{}());
+  std::vector<std::pair<std::int64_t, int>> shown;  // since when, which number
+  std::unique_ptr<test::TestWindow> window;
+  const auto tick = [&] {
+    const int number = 1000 + static_cast<int>(shown.size());
+    auto next = std::make_unique<test::TestWindow>(x.display(), test::TestWindow::Options{.title = "clock", .className = "Clock", .x = 40, .y = 60,
+                                                   .width = 560, .height = 240, .isOverrideRedirect = true, .text = std::to_string(number), .textScale = 4});
+    shown.emplace_back(Clock::system().nowMs(), number);
+    window = std::move(next);
+  };
+  int kills = 0;
+  for (; kills < mostKills && Clock::system().nowMs() < endMs; ++kills) {
+    auto capturer = start(world);
+    const auto atMs = Clock::system().nowMs() + std::uniform_int_distribution(500, 6'000)(random);
+    while (Clock::system().nowMs() < atMs) {
+      tick();
+      eventually([&] { return Clock::system().nowMs() >= atMs; }, 0.7);
+    }
+    capturer.signal(SIGKILL);
+    capturer.wait(5);
+  }
+  const Footage footage(root, key);
+  const auto rows = footage.rows();
+  EXPECT_GT(static_cast<int>(rows.size()), kills / 2) << "most runs record something";
+  EXPECT_GE(footage.frames(), static_cast<int>(rows.size())) << "every file plays";
+  TesseractRecognizer recognizer;
+  int looked = 0, read = 0;
+  for (std::size_t i = 0; i < rows.size(); i += wanted ? 1 : rows.size() / 10 + 1, ++looked) {
+    const auto outcome = recognizer.recognize(footage.png(rows[i]), 20, {});
+    const auto* text = std::get_if<TextRecognizer::Recognized>(&outcome);
+    const auto number = text ? std::atoi(text->text.c_str()) : 0;
+    // What was on the screen from half a second before to a frame's own length behind: the tick may fall in between.
+    bool isRight = false;
+    for (std::size_t n = 0; n < shown.size(); ++n) {
+      const auto until = n + 1 < shown.size() ? shown[n + 1].first : rows[i].realTsMs + 1;
+      isRight |= shown[n].second == number && shown[n].first - 400 <= rows[i].realTsMs && rows[i].realTsMs <= until + 400;
+    }
+    EXPECT_TRUE(isRight || number < 1000) << "row " << i << " at " << rows[i].realTsMs << " shows " << number;
+    read += number >= 1000;
+  }
+  EXPECT_GT(read, looked / 2) << "the clock can be read";
+  EXPECT_TRUE(fs::is_empty(folder.path() / "tmp"));
+  for (const auto& file : footage.files()) EXPECT_TRUE(VideoEncryptionFormat::isEncrypted(file)) << file;
+  std::printf("%d kills, %zu rows, %d of %d read\n", kills, rows.size(), read, looked);
+}
+
+TEST_F(CapturerProgramTest, endsInASecondWithItsFileClosedAndNoEncoderLeft) {
+  const test::XServer x({.width = 640, .height = 360});
+  const auto key = makeKey();
+  auto capturer = start(environment(x.display()));
+  ASSERT_TRUE(eventually([&] { return fs::exists(root / "video/display-0/frame_timestamps.csv") && Footage(root, key).rows().size() >= 2; }, 20));
+  const auto before = Clock::system().nowMs();
+  capturer.signal(SIGTERM);
+  EXPECT_EQ(capturer.wait(5), 0);
+  EXPECT_LT(Clock::system().nowMs() - before, 1'000);
+  const Footage footage(root, key);
+  EXPECT_EQ(footage.frames(), footage.rows().back().frameIndexInSession.value() + 1) << "the last frame has its row";
+}
+
+}  // namespace
+}  // namespace halvo
