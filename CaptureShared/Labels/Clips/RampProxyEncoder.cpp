@@ -1,0 +1,194 @@
+#include "CaptureShared/Labels/Clips/RampProxyEncoder.h"
+
+#include <chrono>
+#include <map>
+#include <set>
+#include <system_error>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/UUID.h"
+#include "CaptureShared/Recording/FFmpegRun.h"
+#include "CaptureShared/Recording/VideoEncryptionFormat.h"
+#include "CaptureShared/Recording/VideoStreamDecryptor.h"
+
+namespace halvo::RampProxyEncoder {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = EncodeError::Kind;
+using RampClipPlan::Frame;
+using RampClipPlan::Plan;
+using Arguments = std::vector<std::string>;
+
+constexpr auto unreadableText = "This part of the recording can not be read";
+
+double secondsNow() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
+
+std::string detailOf(const FFmpegRun::Outcome& outcome) {
+  const auto text = std::string(Text::trim(Text::scrubbed(outcome.standardError)));
+  return text.empty() ? fmt::format("ffmpeg exit {}", outcome.exitStatus) : Text::newlinesToBlanks(text);
+}
+
+/// A folder that goes with this object.
+struct Scratch {
+  explicit Scratch(fs::path at) : path(std::move(at)) { makePrivateFolder(path); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  ~Scratch() {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+  }
+  fs::path path;
+};
+
+class Encode {
+ public:
+  Encode(const Plan& plan, fs::path output, const Setup& setup, const std::stop_token& stop)
+      : plan_(plan), output_(std::move(output)), setup_(setup), stop_(stop), scratch_(output_.parent_path() / newUUID()) {}
+
+  Cost run() {
+    Cost cost{.url = output_,
+              .framesRequested = plan_.outputFrameCount(),
+              .pixelWidth = setup_.pixelWidth,
+              .pixelHeight = setup_.pixelHeight};
+    const auto start = secondsNow();
+    cost.sourceFramesRequested = decodeAll();
+    cost.sourceFrameCount = static_cast<int>(images_.size());
+    if (images_.empty()) throw EncodeError(Kind::noDecodableFrames, "no frame of the recording could be read");
+    const auto decoded = secondsNow();
+    cost.frameCount = layOut();
+    write();
+    cost.byteCount = static_cast<std::int64_t>(fs::file_size(output_));
+    const auto end = secondsNow();
+    cost.decodeSeconds = decoded - start, cost.encodeSeconds = end - decoded, cost.totalSeconds = end - start;
+    return cost;
+  }
+
+ private:
+  using Key = std::pair<fs::path, std::int64_t>;
+
+  FFmpegRun::Outcome ffmpeg(Arguments arguments, const FFmpegRun::Feed& feed = {}) const {
+    Arguments words{"-nostdin", "-v", "error"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    try {
+      return FFmpegRun::run(setup_.ffmpeg, words, feed, stop_);
+    } catch (const std::system_error& error) {
+      throw EncodeError(Kind::writerSetupFailed, error.what());
+    }
+  }
+
+  /// How many different frames were wanted.
+  int decodeAll() {
+    std::map<fs::path, std::set<std::int64_t>> wanted;
+    for (const auto& frame : plan_.frames)
+      if (!frame.isGap()) wanted[*frame.file].insert(frame.frameInFile());
+    std::size_t count = 0;
+    for (const auto& [file, frames] : wanted) decode(file, frames), count += frames.size();
+    return static_cast<int>(count);
+  }
+
+  /// One picture for each frame, in their order, up to where the recording can be read.
+  void decode(const fs::path& file, const std::set<std::int64_t>& frames) {
+    const auto prefix = fmt::format("source-{}-", ++sources_);
+    const auto isSealed = VideoEncryptionFormat::isEncrypted(file);
+    Arguments words;
+    if (isSealed) words = {"-f", "matroska", "-i", "pipe:0"};
+    else words = {"-i", fs::absolute(file).string()};
+    const auto size = fmt::format("{}:{}", setup_.pixelWidth, setup_.pixelHeight);
+    const auto filter = fmt::format("select='eq(n\\,{})',scale={}:force_original_aspect_ratio=decrease,pad={}:-1:-1,setsar=1",
+                                    fmt::join(frames, ")+eq(n\\,"), size, size);
+    words.insert(words.end(), {"-an", "-vf", filter, "-fps_mode", "passthrough", "-frames:v", std::to_string(frames.size()), "-q:v", "3",
+                               "-f", "image2", (scratch_.path / (prefix + "%06d.jpg")).string()});
+    if (isSealed) {
+      const auto key = setup_.keyForGeneration(VideoEncryptionFormat::peekHeaderGeneration(file));
+      const FileHandle input(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+      if (!input) return;
+      VideoStreamDecryptor decryptor(key, input.fd());
+      ffmpeg(words, [&] { return decryptor.readChunk(); });
+    } else {
+      ffmpeg(words);
+    }
+    int number = 0;
+    for (const auto frame : frames) {
+      const auto image = fmt::format("{}{:06}.jpg", prefix, ++number);
+      std::error_code error;
+      if (fs::file_size(scratch_.path / image, error) == 0 || error) break;
+      images_[{file, frame}] = image;
+    }
+  }
+
+  /// A picture with a line of text on it, made once for each text.
+  std::string card(const std::string& text) {
+    auto [found, isNew] = cards_.try_emplace(text, fmt::format("card-{}.jpg", cards_.size()));
+    if (!isNew) return found->second;
+    const auto outcome = ffmpeg({"-f", "lavfi", "-i", fmt::format("color=c=0x24282c:s={}x{}", setup_.pixelWidth, setup_.pixelHeight), "-vf",
+                                 fmt::format("drawtext=text='{}':fontcolor=white:fontsize=h/20:x=(w-text_w)/2:y=(h-text_h)/2", text),
+                                 "-frames:v", "1", "-q:v", "3", "-update", "1", (scratch_.path / found->second).string()});
+    if (outcome.exitStatus != 0) throw EncodeError(Kind::writerFailed, detailOf(outcome));
+    return found->second;
+  }
+
+  std::string gapText(std::size_t index) const {
+    const auto nextMs = index + 1 < plan_.frames.size() ? plan_.frames[index + 1].sourceRealMs : plan_.judgedInstantMs;
+    const auto seconds = (nextMs - plan_.frames[index].sourceRealMs) / 1000;
+    return "Nothing was recorded here, for " + (seconds < 120 ? fmt::format("{} s", seconds) : fmt::format("{} min", seconds / 60));
+  }
+
+  /// Gives every frame of the clip its number; answers how many there are.
+  int layOut() {
+    int number = 0;
+    for (std::size_t i = 0; i < plan_.frames.size(); ++i) {
+      const auto& frame = plan_.frames[i];
+      if (frame.holdFrames <= 0) continue;
+      std::string image;
+      if (frame.isGap()) {
+        image = card(gapText(i));
+      } else {
+        const auto found = images_.find(Key{*frame.file, frame.frameInFile()});
+        image = found == images_.end() ? card(unreadableText) : found->second;
+      }
+      for (int hold = 0; hold < frame.holdFrames; ++hold)
+        fs::create_symlink(image, scratch_.path / fmt::format("clip-{:06}.jpg", ++number));
+    }
+    return number;
+  }
+
+  void write() {
+    const auto draft = scratch_.path / "clip.mp4";
+    const FileHandle made(::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!made) throw EncodeError(Kind::writerSetupFailed, errnoText(errno));
+    const auto frames = (scratch_.path / "clip-%06d.jpg").string();
+    const auto outcome = ffmpeg({"-framerate", fmt::format("{}", plan_.outputFps), "-start_number", "1", "-i", frames, "-c:v", "libx264",
+                                 "-preset", "veryfast", "-crf", "26", "-pix_fmt", "yuv420p", "-movflags", "+faststart", "-y", draft.string()});
+    if (outcome.exitStatus != 0) throw EncodeError(Kind::writerFailed, detailOf(outcome));
+    fs::rename(draft, output_);
+  }
+
+  const Plan& plan_;
+  fs::path output_;
+  const Setup& setup_;
+  const std::stop_token& stop_;
+  Scratch scratch_;
+  int sources_ = 0;
+  std::map<Key, std::string> images_;
+  std::map<std::string, std::string> cards_;
+};
+
+}  // namespace
+
+Cost encode(const Plan& plan, const fs::path& output, const Setup& setup, const std::stop_token& stop) {
+  if (plan.outputFrameCount() == 0) throw EncodeError(Kind::emptyPlan, "there is nothing to show");
+  try {
+    return Encode(plan, output, setup, stop).run();
+  } catch (const std::system_error& error) {
+    throw EncodeError(Kind::writerSetupFailed, error.what());
+  }
+}
+
+}  // namespace halvo::RampProxyEncoder
