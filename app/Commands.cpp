@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -9,6 +11,7 @@
 #include "AmbitudeAppKit/Live/LiveLog.h"
 #include "AmbitudeAppKit/Live/TerminalChat.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeAppKit/Stores/Health.h"
 #include "AmbitudeCore/Backends/Factory/ModelSelection.h"
 #include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -75,6 +78,12 @@ std::string quietLine() {
   }
 }
 
+/// What matters most about the programs in the background.
+std::string healthLine(std::int64_t nowMs) {
+  const auto state = Health::look(processEnvironment(), nowMs);
+  return TerminalText::oneLine("health:    " + state.title + (state.detail.empty() ? "" : " (" + state.detail + ")"));
+}
+
 std::string sampledLine(std::int64_t nowMs) {
   try {
     const auto newest = SignalsReader(DataPaths::signalsDB()).latestTick();
@@ -120,6 +129,7 @@ int status() {
   print("intention: " + (intention ? TerminalText::oneLine(intention->task) : std::string("none declared")));
   if (intention && intention->estimate) print("estimate:  " + TerminalText::oneLine(*intention->estimate));
   print(quietLine());
+  print(healthLine(now));
   print(sampledLine(now));
   LiveLog log(DataPaths::dataRoot());
   std::optional<LiveLog::Line> verdict, gate, spoken;

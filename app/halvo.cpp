@@ -5,11 +5,15 @@
 #include "CaptureShared/DataRoot/AgentUmask.h"
 #include "CaptureShared/DataRoot/ConfigSourcedKeys.h"
 #include "app/Commands.h"
+#include "app/FrameCommands.h"
 #include "app/MemoryCommands.h"
 #include "app/QuietCommands.h"
 #include "app/TeachingCommands.h"
 #include "app/ModelCommands.h"
 #include "app/RetentionCommands.h"
+#include "app/ReviewCommands.h"
+#include "app/ServiceCommands.h"
+#include "app/SetupCommands.h"
 
 int main(int argc, char** argv) {
   halvo::AgentUmask::apply();
@@ -17,6 +21,7 @@ int main(int argc, char** argv) {
 
   CLI::App app("Halvo: say what you mean to be doing, and stay honest about it.");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "halvo " HALVO_VERSION);
   std::string words;
   std::optional<std::string> until, why;
   double waitSec = 0;
@@ -91,6 +96,32 @@ int main(int argc, char** argv) {
                                         : RetentionCommands::show();
   });
 
+  ReviewCommands::Draw draw;
+  bool everything = false;
+  auto* review = app.add_subcommand("review", "say what was really going on at past moments; goes on where you left it");
+  review->require_subcommand(0, 1);
+  review->add_option("--mode", draw.mode, "verdict_blind: at random; interesting_moments: what stood out")
+      ->check(CLI::IsMember({"verdict_blind", "interesting_moments"}))
+      ->capture_default_str();
+  review->add_option("--limit", draw.limit, "how many moments")->check(CLI::Range(1, 1000))->capture_default_str();
+  review->add_option("--seed", draw.seed, "the same seed draws the same moments");
+  review->add_flag("--new", draw.isNew, "give up the review that you left");
+  review->add_flag("--from-logs", draw.fromLogs, "moments without footage too, and no clips");
+  auto* score = review->add_subcommand("score", "how often the verdicts agreed with your answers");
+  score->add_flag("--all", everything, "with answers that were not blind or not at random, too");
+  review->callback([&] { exitStatus = score->parsed() ? ReviewCommands::score(everything) : ReviewCommands::review(draw); });
+
+  FrameCommands::Request moment;
+  const auto momentCommand = [&](const char* name, const char* what, int (*command)(const FrameCommands::Request&)) {
+    auto* added = app.add_subcommand(name, what);
+    added->add_option("time", moment.time, "as in 14:05, \"yesterday 14:05\" or \"2026-11-25 14:05:30\"")->required();
+    added->add_option("-o,--output", moment.output, "the file to write");
+    added->add_option("--display", moment.display, "which, from 0")->check(CLI::NonNegativeNumber)->capture_default_str();
+    added->callback([&exitStatus, &moment, command] { exitStatus = command(moment); });
+  };
+  momentCommand("frame", "the screen at a moment, as a picture", FrameCommands::frame);
+  momentCommand("play", "the recording around a moment, as a file that any player opens", FrameCommands::play);
+
   auto* quiet = app.add_subcommand("quiet", "be left alone: 30m, 1h, 3h, today, until-i-say, or off; without a word: whether you are");
   std::string length;
   quiet->add_option("length", length)->check(CLI::IsMember({"30m", "1h", "3h", "today", "until-i-say", "off"}));
@@ -141,6 +172,39 @@ int main(int argc, char** argv) {
   feedback->callback([&] {
     if (feedback->get_subcommands().empty()) exitStatus = TeachingCommands::feedback();
   });
+
+  std::optional<std::string> agent;
+  auto* services = app.add_subcommand("services", "the background agents: what each is doing, and how they come and go");
+  services->require_subcommand(0, 1);
+  bool fromHere = false, keepsData = false;
+  const auto serviceCommand = [&](const char* name, const char* what, std::function<int()> act) {
+    auto* command = services->add_subcommand(name, what);
+    command->callback([&exitStatus, act] { exitStatus = act(); });
+    return command;
+  };
+  const auto onAgents = [&](const char* name, const char* what, std::function<int()> act) {
+    auto* command = serviceCommand(name, what, std::move(act));
+    command->add_option("agent", agent, "capture, coach, memory, classifier or model; else all");
+    return command;
+  };
+  onAgents("install", "register and start them", [&] { return ServiceCommands::install(agent, fromHere); })
+      ->add_flag("--from-here", fromHere, "from this copy, wherever it is");
+  onAgents("restart", "end and start them", [&] { return ServiceCommands::restart(agent); });
+  onAgents("stop", "end them until the next login", [&] { return ServiceCommands::stop(agent); });
+  onAgents("remove", "end them and take them from the service manager", [&] { return ServiceCommands::remove(agent); });
+  onAgents("logs", "the last lines of their logs", [&] { return ServiceCommands::logs(agent); });
+  serviceCommand("begin", "start those that are installed and do not run; the desktop does this at login", ServiceCommands::begin);
+  services->callback([&] {
+    if (services->get_subcommands().empty()) exitStatus = ServiceCommands::status();
+  });
+
+  auto* setup = app.add_subcommand("setup", "the first steps: where to record, which model, what is never looked at");
+  setup->add_flag("--from-here", fromHere, "register the agents from this copy, wherever it is");
+  setup->callback([&] { exitStatus = SetupCommands::setup(fromHere); });
+  auto* uninstall = app.add_subcommand("uninstall", "take away the agents, the recordings, the settings and the logs; asks first");
+  uninstall->add_flag("--keep-data", keepsData, "leave recordings, settings and keys");
+  uninstall->add_flag("--yes", isSure, "don't ask");
+  uninstall->callback([&] { exitStatus = SetupCommands::uninstall(isSure, keepsData); });
 
   CLI11_PARSE(app, argc, argv);
   return exitStatus;

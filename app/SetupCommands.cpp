@@ -1,0 +1,241 @@
+#include "app/SetupCommands.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeAppKit/Stores/OwnDenylist.h"
+#include "CaptureShared/DataRoot/AgentConfig.h"
+#include "CaptureShared/DataRoot/AgentProcess.h"
+#include "CaptureShared/DataRoot/DataPaths.h"
+#include "CaptureShared/DataRoot/DataRootLayout.h"
+#include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/UserFolders.h"
+#include "CaptureShared/Privacy/Denylist.h"
+#include "CaptureShared/Provisioning/ModelProvisioning.h"
+#include "CaptureShared/Recording/Retention/PurgeGuard.h"
+#include "Platform/Linux/LinuxMachine.h"
+#include "app/CommandOutput.h"
+#include "app/ServiceCommands.h"
+
+namespace halvo::SetupCommands {
+
+namespace {
+
+namespace fs = std::filesystem;
+using CommandOutput::fail;
+using CommandOutput::print;
+
+constexpr const char* nothingChanged = "stopped; nothing was changed";
+
+/// One answer; absent when there is none to come or the person gives up.
+std::optional<std::string> ask(const std::string& question) {
+  std::fputs((question + " ").c_str(), stdout);
+  std::fflush(stdout);
+  std::string line;
+  if (!std::getline(std::cin, line)) return std::nullopt;
+  auto answer = std::string(Text::trim(line));
+  if (answer == "q") return std::nullopt;
+  return answer;
+}
+
+/// Asks until `check` has nothing against the answer. An empty answer means `standard`.
+template <class Check>
+std::optional<std::string> askUntilGood(const std::string& question, const std::string& standard, Check&& check) {
+  while (auto answer = ask(question)) {
+    if (answer->empty()) answer = standard;
+    const std::optional<std::string> objection = check(*answer);
+    if (!objection) return answer;
+    print("  " + TerminalText::oneLine(*objection));
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> objectionToRoot(const std::string& text) {
+  const fs::path root = text;
+  if (!root.is_absolute() || !Text::isValidUTF8(text)) return "give the whole path, from / on";
+  const auto home = UserFolders::home(processEnvironment());
+  if (root.lexically_normal() == home.lexically_normal() || !root.has_relative_path()) return "give a folder of its own";
+  std::error_code error;
+  if (fs::is_directory(root, error)) {
+    const auto survey = DataRootLayout::survey(root);
+    if (survey.unknown.empty()) return std::nullopt;
+    return "there is something else in it (" + survey.unknown.front() + "): give a folder of its own";
+  }
+  if (fs::exists(fs::symlink_status(root, error))) return "that is no folder";
+  // A folder that is missing further up may be a volume that is not mounted.
+  if (root != DataPaths::defaultRootForNewInstall() && !fs::is_directory(root.parent_path(), error))
+    return root.parent_path().string() + " is not there";
+  return std::nullopt;
+}
+
+/// A name that means itself in a comma-separated list and in an environment file.
+std::optional<std::string> objectionToNames(const std::string& names) {
+  for (const unsigned char c : names)
+    if (c < 0x20 || c == 0x7f || std::string_view("\"'\\$`=#;").find(static_cast<char>(c)) != std::string_view::npos)
+      return "letters, digits, blanks, dots and dashes, with commas between the names";
+  return Text::isValidUTF8(names) ? std::nullopt : std::optional<std::string>("that is no text");
+}
+
+struct Answers {
+  std::string root, model, extraNames;
+};
+
+std::optional<Answers> askAll(std::optional<std::uint64_t> memory) {
+  Answers answers;
+  print("Halvo, set up in five steps. An empty answer takes what stands in brackets; q stops, and nothing has changed then.\n");
+  print("1. Where to keep what is recorded. Only you can read it. Never moved elsewhere when the place is away.");
+  const auto present = DataPaths::configuredRoot().value_or(DataPaths::defaultRootForNewInstall()).string();
+  const auto root = askUntilGood(fmt::format("   folder [{}]:", present), present, objectionToRoot);
+  if (!root) return std::nullopt;
+  answers.root = *root;
+
+  print("\n2. The model that looks at the screen runs on this machine.");
+  for (const auto& model : ModelProvisioning::knownModels())
+    print(fmt::format("   {:<18} {:>8} to download{}", model.name, ModelProvisioning::humanBytes(model.totalBytes),
+                      memory && !ModelProvisioning::modelFitsAvailableMemory(*memory, model) ? ", too large for this machine" : ""));
+  const auto recommended = memory ? ModelProvisioning::recommendedDefault(*memory) : std::nullopt;
+  if (!recommended) print("   No model is recommended for this machine's memory; the smallest is the standard answer.");
+  const auto standard = recommended.value_or(ModelProvisioning::knownModels().back().name);
+  const auto question = fmt::format("   model [{}]:", standard);
+  const auto model = askUntilGood(question, standard, [](const std::string& name) -> std::optional<std::string> {
+    if (ModelProvisioning::known(name)) return std::nullopt;
+    return "it is none of these";
+  });
+  if (!model) return std::nullopt;
+  answers.model = ModelProvisioning::known(*model)->name;
+
+  print("\n3. What is recorded: the application in front, window titles, the browser's address, idle time, the screen (encrypted), what\n"
+        "   you declare and what you and Lark say. What never leaves this machine: the picture of the screen, whatever you choose. As\n"
+        "   set up here, nothing else does either; with a remote coach, which you would have to choose, text does, card numbers and\n"
+        "   credentials taken out.");
+  const auto agrees = askUntilGood("   go on? [y]:", "y", [](const std::string& text) -> std::optional<std::string> {
+    if (text == "y" || text == "n") return std::nullopt;
+    return "y or n";
+  });
+  if (agrees != "y") return std::nullopt;
+
+  const auto names = Denylist::defaultAppNames();
+  print("\n4. Windows that are never captured: " + Text::join(names, ", ") + ", and the like.");
+  const auto more = askUntilGood("   more of them, with commas between [none]:", "", objectionToNames);
+  if (!more) return std::nullopt;
+  answers.extraNames = *more;
+
+  print(fmt::format("\n5. Record to {}, judge with {}, and start the agents now and at each login.", TerminalText::oneLine(answers.root),
+                    answers.model));
+  const auto starts = ask("   type start to do it:");
+  return starts == "start" ? std::optional(answers) : std::nullopt;
+}
+
+void carryOut(const Answers& answers, std::optional<std::uint64_t> memory) {
+  const fs::path root = answers.root;
+  // The folder before the setting that names it, the setting before what reads it.
+  if (root == DataPaths::defaultRootForNewInstall()) fs::create_directories(root.parent_path());
+  makePrivateFolder(root);
+  const auto config = DataPaths::configURL();
+  fs::create_directories(config.parent_path());
+  AgentConfig::writeExampleIfAbsent(config);
+  AgentConfig::seedDefaultEnvIfAbsent(config, memory.value_or(0), [&](std::uint64_t) { return std::optional(answers.model); });
+  AgentConfig::setEnvValue(answers.model, "AMBITCHECK_MODEL", config);
+  if (!answers.extraNames.empty()) {
+    auto names = Denylist::defaultAppNames();
+    for (auto& name : OwnDenylist::namesIn(answers.extraNames)) names.push_back(std::move(name));
+    OwnDenylist::write(names, processEnvironment());
+  }
+  DataPaths::setConfiguredRoot(root);
+}
+
+void list(const char* title, const std::vector<std::string>& paths) {
+  constexpr std::size_t shown = 20;
+  if (paths.empty()) return;
+  print(fmt::format("{} ({}):", title, paths.size()));
+  for (std::size_t i = 0; i < std::min(shown, paths.size()); ++i) print("  " + TerminalText::oneLine(paths[i]));
+  if (paths.size() > shown) print(fmt::format("  and {} more", paths.size() - shown));
+}
+
+/// Removes one of our folders or files outside the data root; a link goes and not what it leads to.
+int removeWhole(const fs::path& path) {
+  std::error_code error;
+  fs::remove_all(path, error);
+  return error ? fail(path.string() + ": " + error.message()) : 0;
+}
+
+/// Removes the support folder; a data root in it that still holds what is not ours stays, with the folders above it.
+int removeSupport(const fs::path& support, const fs::path& root) {
+  const auto within = root.lexically_normal().lexically_relative(support.lexically_normal());
+  const bool isWithin = !within.empty() && *within.begin() != ".." && *within.begin() != ".";
+  std::error_code error;
+  if (!isWithin || !fs::exists(root, error)) return removeWhole(support);
+  int status = 0;
+  for (const auto& entry : fs::directory_iterator(support, error))
+    if (entry.path().filename() != *within.begin()) status |= removeWhole(entry.path());
+  return error ? fail(support.string() + ": " + error.message()) : status;
+}
+
+int removeData(const fs::path& root) {
+  const auto removal = DataRootLayout::removeOwned(root, PurgeGuard::currentMachineIsProtected(LinuxMachine()));
+  for (const auto& failure : removal.failures) fail(TerminalText::oneLine(failure));
+  list("folders that were not empty and stay", removal.leftBehind);
+  return removal.failures.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int setup(bool fromHere) {
+  const auto memory = LinuxMachine().physicalMemoryBytes();
+  if (DataPaths::configFileExistsButFailedToParse())
+    return fail(DataPaths::configURL().string() + " can't be read as settings; mend or remove it first");
+  const auto answers = askAll(memory);
+  if (!answers) return fail(nothingChanged);
+  try {
+    carryOut(*answers, memory);
+  } catch (const std::exception& error) {
+    return fail(std::string("not set up: ") + error.what() + "; halvo setup starts again from here");
+  }
+  print("settings: " + DataPaths::configURL().string());
+  const int status = ServiceCommands::install({}, fromHere);
+  print("next: halvo models install fetches the model; halvo declare \"what you mean to do\" begins");
+  return status;
+}
+
+int uninstall(bool isSure, bool keepsData) {
+  const auto environment = processEnvironment();
+  if (PurgeGuard::currentMachineIsProtected(LinuxMachine())) return fail(PurgeGuard::refusalExplanation);
+  const bool hasRoot = DataPaths::isDataRootAvailable();
+  const auto root = DataPaths::dataRoot();
+  const auto support = UserFolders::supportDir(environment), logs = UserFolders::logsRoot(environment) / AgentProcess::logSubdirectory;
+  if (!keepsData && !hasRoot && DataPaths::configuredRoot())
+    return fail(DataPaths::dataRootUnavailableReason() + "; nothing was removed, because its recordings would be left without their key");
+  print("the background agents stop and are removed");
+  if (!keepsData) {
+    if (hasRoot) {
+      const auto survey = DataRootLayout::survey(root);
+      print("data root: " + TerminalText::oneLine(root.string()));
+      list("  Halvo's, to be deleted", survey.owned);
+      list("  not Halvo's, so it stays", survey.unknown);
+    }
+    print("settings, keys and models, to be deleted: " + support.string());
+  }
+  print("logs, to be deleted: " + logs.string());
+  if (!isSure && ask("Type \"remove\" to go on:") != "remove") return fail("nothing was removed");
+  // A program that still runs would write again.
+  if (ServiceCommands::remove({}) != 0) return fail("the recordings and settings are as they were");
+  int status = removeWhole(logs);
+  if (!keepsData) {
+    // What could not be deleted must not lose its key.
+    if (hasRoot && removeData(root) != 0) return fail("the settings and keys stay until the rest is gone");
+    status |= removeSupport(support, root) | removeWhole(OwnDenylist::file(processEnvironment()));
+  }
+  print(status == 0 ? "removed" : "removed but for what is said above");
+  return status;
+}
+
+}  // namespace halvo::SetupCommands

@@ -1,0 +1,107 @@
+// The agents under a real service manager of this account, and the first and the last command a person types.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <regex>
+
+#include "CaptureShared/Foundation/FileHandle.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace halvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ServiceCommandTest : testing::Test {
+  ServiceCommandTest() {
+    fs::create_directories(folder.path() / "home");
+    fs::create_directories(bin);
+    fs::copy_file(std::string(HALVO_BIN) + "/halvo", bin / "halvo");  // it finds the agents beside itself
+  }
+  void agent(const char* name, const std::string& script) {
+    folder.write(std::string("bin/") + name, "#!/bin/sh\n" + script + "\n");
+    fs::permissions(bin / name, fs::perms::owner_all);
+  }
+  /// Runs a shell script and gathers what it says; `halvo` is the copy.
+  int sh(const std::string& script, const std::string& input = "", std::vector<std::string> inside = {}) {
+    folder.write("in", input);
+    folder.write("out", "");
+    const auto in = FileHandle::openForRead(folder.path() / "in");
+    const FileHandle out(::open((folder.path() / "out").c_str(), O_RDWR | O_APPEND | O_CLOEXEC));
+    inside.insert(inside.end(), {"sh", "-c", script});
+    const Environment environment{{"HOME", folder.path() / "home"},
+                                  {"PATH", bin.string() + ":/usr/bin:/bin:/usr/sbin:/sbin"},
+                                  {"F", folder.path()},
+                                  {"TZ", "Etc/UTC"}};
+    test::ChildProcess command("/usr/bin/env", inside, environment, {{in.fd(), 0}, {out.fd(), 1}, {out.fd(), 2}});
+    const auto status = command.wait(60).value_or(-1);
+    said = readFile(folder.path() / "out");
+    return status;
+  }
+  /// The same beside a systemd for this account alone, on folders of its own.
+  int underSystemd(const std::string& script) {
+    const std::string start =
+        "mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/system /run/user && chmod 700 /run/user || exit 90\n"
+        "export XDG_RUNTIME_DIR=/run/user\n"
+        "/lib/systemd/systemd --user >/dev/null 2>&1 &\n"
+        "n=0; until systemctl --user show-environment >/dev/null 2>&1; do n=$((n+1)); [ $n -gt 100 ] && exit 90; sleep 0.1; done\n";
+    return sh(start + script, "", {"unshare", "--map-root-user", "--mount", "--pid", "--fork", "--kill-child"});
+  }
+  bool saw(const char* pattern) const { return std::regex_search(said, std::regex(pattern)); }
+
+  test::TemporaryFolder folder;
+  fs::path bin = folder.path() / "bin";
+  std::string said;
+};
+
+TEST_F(ServiceCommandTest, livesUnderTheServiceManager) {
+  agent("Supervisor", "exec sleep 1000");
+  agent("CoachDriver", "exec sleep 1000");
+  agent("Consolidate", "exit 0");
+  agent("ClassifierVerify", "exit 3");
+  agent("LocalModel", "exit 69");
+  const int status = underSystemd(
+      "R=\"$HOME/Library/Application Support/AmbitCapture/data\"; printf '%s\\n' \"$R\" '' '' 'My Vault' start > $F/answers\n"
+      "halvo setup --from-here < $F/answers; cat $HOME/.config/environment.d/60-halvo.conf; ls -ld \"$R\"; halvo services\n"
+      "before=$(systemctl --user show -P MainPID com.brindle.lark.supervisor.direct); halvo services restart capture\n"
+      "[ $before != $(systemctl --user show -P MainPID com.brindle.lark.supervisor.direct) ] && echo another process\n"
+      "halvo services stop coach; halvo services | sed -n 's/^Coach/then Coach/p'\n"
+      "halvo services begin; halvo services | sed -n 's/^Coach/at last Coach/p'\n"
+      "echo mine > \"$R/diary\"; echo x > \"$R/signals.sqlite\"; : > $F/id\n"
+      "mount --bind $F/id /etc/machine-id && echo remove | halvo uninstall; echo refused $?; umount /etc/machine-id\n"
+      "echo 0123456789abcdef0123456789abcdef > $F/id; mount --bind $F/id /etc/machine-id\n"
+      "echo no | halvo uninstall; ls \"$R\" | tr '\\n' ' '\n"
+      "echo remove | halvo uninstall; echo gone $?; find $HOME -type f");
+  if (status == 90) {
+    std::puts("no systemd can run for this account: not shown");
+    return;
+  }
+  for (const char* pattern :
+       {"Classifier +Set up, but it didn't start", "rolled back: the job exited 3", "AMBITCAP_DENYLIST=\".*,My Vault\"", "drwx------.*data",
+        "Capture +running +[0-9]+ +-", "Coach +running", "Nightly memory +waiting for its first run", "Classifier +not installed",
+        "Local model +failing +- +69", "another process", "then Coach +stopped", "at last Coach +running",
+        "so nothing was deleted.\nrefused 1", "nothing was removed\ndiary io-layer signals.sqlite video", "not Halvo's, so it stays \\(1\\):\n  diary",
+        "removed\ngone 0\n[^\n]*/data/diary\n$"})
+    EXPECT_TRUE(saw(pattern)) << pattern << "\n" << said;
+}
+
+TEST_F(ServiceCommandTest, setUpEndedBeforeItsLastQuestionChangesNothing) {
+  folder.write("other/diary", "");
+  const std::string answers[] = {folder.path() / "root", "gemma4:nonesuch", "", "y", "A`B", "", "later"};
+  std::string input = (folder.path() / "other").string() + "\nrelative\n";
+  for (const auto& answer : answers) {
+    EXPECT_EQ(sh("halvo setup", input), 1);
+    EXPECT_TRUE(saw("nothing was changed")) << said;
+    input += answer + "\n";
+  }
+  EXPECT_EQ(sh("halvo setup", input), 1);
+  EXPECT_TRUE(saw("something else in it \\(diary\\)[^]*whole path[^]*none of these[^]*letters, digits")) << said;
+  EXPECT_TRUE(fs::is_empty(folder.path() / "home"));
+  EXPECT_FALSE(fs::exists(folder.path() / "root"));
+}
+
+}  // namespace
+}  // namespace halvo
