@@ -11,18 +11,18 @@
 #include <vector>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeAppKit/Stores/DataRootSetup.h"
 #include "AmbitudeAppKit/Stores/OwnDenylist.h"
-#include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/AgentProcess.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/DataRoot/DataRootLayout.h"
-#include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 #include "CaptureShared/Privacy/Denylist.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 #include "CaptureShared/Recording/Retention/PurgeGuard.h"
 #include "Platform/Linux/LinuxMachine.h"
+#include "app/ArchiveKey.h"
 #include "app/CommandOutput.h"
 #include "app/ServiceCommands.h"
 
@@ -59,24 +59,6 @@ std::optional<std::string> askUntilGood(const std::string& question, const std::
   return std::nullopt;
 }
 
-std::optional<std::string> objectionToRoot(const std::string& text) {
-  const fs::path root = text;
-  if (!root.is_absolute() || !Text::isValidUTF8(text)) return "give the whole path, from / on";
-  const auto home = UserFolders::home(processEnvironment());
-  if (root.lexically_normal() == home.lexically_normal() || !root.has_relative_path()) return "give a folder of its own";
-  std::error_code error;
-  if (fs::is_directory(root, error)) {
-    const auto survey = DataRootLayout::survey(root);
-    if (survey.unknown.empty()) return std::nullopt;
-    return "there is something else in it (" + survey.unknown.front() + "): give a folder of its own";
-  }
-  if (fs::exists(fs::symlink_status(root, error))) return "that is no folder";
-  // A folder that is missing further up may be a volume that is not mounted.
-  if (root != DataPaths::defaultRootForNewInstall() && !fs::is_directory(root.parent_path(), error))
-    return root.parent_path().string() + " is not there";
-  return std::nullopt;
-}
-
 /// A name that means itself in a comma-separated list and in an environment file.
 std::optional<std::string> objectionToNames(const std::string& names) {
   for (const unsigned char c : names)
@@ -94,7 +76,7 @@ std::optional<Answers> askAll(std::optional<std::uint64_t> memory) {
   print("Halvo, set up in five steps. An empty answer takes what stands in brackets; q stops, and nothing has changed then.\n");
   print("1. Where to keep what is recorded. Only you can read it. Never moved elsewhere when the place is away.");
   const auto present = DataPaths::configuredRoot().value_or(DataPaths::defaultRootForNewInstall()).string();
-  const auto root = askUntilGood(fmt::format("   folder [{}]:", present), present, objectionToRoot);
+  const auto root = askUntilGood(fmt::format("   folder [{}]:", present), present, DataRootSetup::objection);
   if (!root) return std::nullopt;
   answers.root = *root;
 
@@ -136,21 +118,13 @@ std::optional<Answers> askAll(std::optional<std::uint64_t> memory) {
 }
 
 void carryOut(const Answers& answers, std::optional<std::uint64_t> memory) {
-  const fs::path root = answers.root;
-  // The folder before the setting that names it, the setting before what reads it.
-  if (root == DataPaths::defaultRootForNewInstall()) fs::create_directories(root.parent_path());
-  makePrivateFolder(root);
-  const auto config = DataPaths::configURL();
-  fs::create_directories(config.parent_path());
-  AgentConfig::writeExampleIfAbsent(config);
-  AgentConfig::seedDefaultEnvIfAbsent(config, memory.value_or(0), [&](std::uint64_t) { return std::optional(answers.model); });
-  AgentConfig::setEnvValue(answers.model, "AMBITCHECK_MODEL", config);
   if (!answers.extraNames.empty()) {
     auto names = Denylist::defaultAppNames();
     for (auto& name : OwnDenylist::namesIn(answers.extraNames)) names.push_back(std::move(name));
     OwnDenylist::write(names, processEnvironment());
   }
-  DataPaths::setConfiguredRoot(root);
+  DataRootSetup::carryOut({.root = answers.root, .model = answers.model, .physicalMemoryBytes = memory});
+  ArchiveKey::provision();
 }
 
 void list(const char* title, const std::vector<std::string>& paths) {

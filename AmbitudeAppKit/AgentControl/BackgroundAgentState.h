@@ -8,6 +8,7 @@
 
 #include "AmbitudeAppKit/AgentControl/BackgroundAgent.h"
 #include "CaptureShared/Provisioning/LlamaServerStatus.h"
+#include "Platform/Services/ServiceManager.h"
 
 namespace halvo {
 
@@ -47,6 +48,7 @@ struct BackgroundAgentState {
   std::optional<bool> launchdDisabled = {};
   std::optional<LlamaServerStatus> localModelStatus = {};  ///< of the local model's agent only
   bool runsFromLegacyPlist = false;
+  std::optional<ServiceStatus> registration = {};  ///< absent when it can't be told
   std::optional<std::string> since = {};  ///< when it came to be so, in the service manager's words
 };
 

@@ -46,7 +46,7 @@ BackgroundAgentState BackgroundAgents::state(BackgroundAgent agent) const {
   std::error_code ignored;
   const auto legacyFile = deps_.legacyFolder / (name + ".plist");
   const bool hasLegacy = std::filesystem::exists(legacyFile, ignored);
-  State state{.agent = agent, .launchdDisabled = deps_.services.isDisabled(name)};
+  State state{.agent = agent, .launchdDisabled = deps_.services.isDisabled(name), .registration = status};
   match(
       deps_.services.print(name), [&](const ServiceManager::Failed& failed) { state.runState = State::Unknown{failed.text}; },
       [&](const ServiceManager::NotLoaded&) {

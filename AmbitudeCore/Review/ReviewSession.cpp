@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Labels/AnsweredMoments.h"
 #include "CaptureShared/Labels/LabelsSchema.h"
 
@@ -19,6 +21,7 @@ ReviewSession::Places ReviewSession::Places::under(const std::filesystem::path& 
   return {.labels = dataRoot / "labels.sqlite",
           .gateLabels = GateLabelWriter::defaultURL(dataRoot),
           .gateGapLabels = GateGapLabelWriter::defaultURL(dataRoot),
+          .reasonLabels = ReasonLabelWriter::defaultURL(dataRoot),
           .batch = dataRoot / "review-batch.json"};
 }
 
@@ -51,10 +54,14 @@ const ReviewBatch::Item* ReviewSession::current() const {
   return found == batch_.items.end() ? nullptr : &*found;
 }
 
+const ReviewBatch::Item& ReviewSession::currentAt(Stage stage) const {
+  const auto* item = current();
+  if (!item || item->stage != stage) throw std::logic_error("the review is not there");
+  return *item;
+}
+
 ReviewBatch::Item& ReviewSession::currentAt(Stage stage) {
-  const auto found = std::ranges::find_if(batch_.items, isOpen);
-  if (found == batch_.items.end() || found->stage != stage) throw std::logic_error("the review is not there");
-  return *found;
+  return const_cast<ReviewBatch::Item&>(std::as_const(*this).currentAt(stage));
 }
 
 std::optional<ReviewSession::Blind> ReviewSession::blind() const {
@@ -108,6 +115,12 @@ void ReviewSession::revise(Layer1Answer given, const std::optional<std::string>&
   submit(item, {.answer = given, .answeredBlind = false, .comment = comment, .asOfMs = asOfMs});
   item.answer = given;
   keepPlace();
+}
+
+void ReviewSession::gradeReason(const ReasonLabelWriter::Judgement& judgement, std::int64_t asOfMs) const {
+  const auto& sample = currentAt(Stage::revealed).sample;
+  if (!sample.tick.reason || Text::isBlank(*sample.tick.reason)) throw std::logic_error("this verdict has no reason");
+  ReasonLabelWriter::write({.judgement = judgement, .atMs = sample.atMs, .state = sample.tick.state, .asOfMs = asOfMs}, places_.reasonLabels);
 }
 
 void ReviewSession::answerGate(const Layer2Answer& given, const std::optional<std::string>& note, std::int64_t asOfMs) {

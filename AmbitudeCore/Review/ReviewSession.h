@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "AmbitudeCore/Review/ReasonLabelWriter.h"
 #include "AmbitudeCore/Review/ReviewBatch.h"
 #include "CaptureShared/Foundation/Calendar.h"
 
@@ -22,7 +23,7 @@ class ReviewSession {
   using Layer2Answer = std::variant<GateLabel, GateGapLabelWriter::Label>;
 
   struct Places {
-    std::filesystem::path labels, gateLabels, gateGapLabels, batch;
+    std::filesystem::path labels, gateLabels, gateGapLabels, reasonLabels, batch;
     static Places under(const std::filesystem::path& dataRoot);
   };
 
@@ -72,6 +73,9 @@ class ReviewSession {
   void answer(Layer1Answer given, const std::optional<std::string>& comment, std::int64_t asOfMs);
   /// Another answer once the verdict is known: a row of its own, marked as no evidence. Throws likewise.
   void revise(Layer1Answer given, const std::optional<std::string>& comment, std::int64_t asOfMs);
+  /// Whether the sentence given for the verdict was right. The moment stays: the gate's question may follow. Throws `JSONLAppendError`, and
+  /// `std::logic_error` also for a verdict without a sentence.
+  void gradeReason(const ReasonLabelWriter::Judgement& judgement, std::int64_t asOfMs) const;
   /// The answer about the gate. Throws `GateLabelWriter::WriteError`, `JSONLAppendError`.
   void answerGate(const Layer2Answer& given, const std::optional<std::string>& note, std::int64_t asOfMs);
   /// On to the next moment: without an answer, or when the verdict has been seen.
@@ -82,6 +86,7 @@ class ReviewSession {
 
  private:
   const ReviewBatch::Item* current() const;
+  const ReviewBatch::Item& currentAt(ReviewBatch::Stage stage) const;
   ReviewBatch::Item& currentAt(ReviewBatch::Stage stage);
   void submit(const ReviewBatch::Item& item, const RampLabelSubmission::Layer1& given) const;
   void moveTo(ReviewBatch::Item& item, ReviewBatch::Stage stage);

@@ -6,13 +6,14 @@
 
 #include "CaptureShared/Provisioning/LocalModelInstaller.h"
 
-/// An install as a terminal shows it.
+/// An install as a terminal or a window shows it.
 namespace halvo {
 
 class InstallProgressText {
  public:
-  /// One that can be written over is a bar; for any other output a line is made now and then.
-  enum class Style { bar, lines };
+  /// A terminal's line that can be written over is a bar; for any other output a line is made now and then; a window draws its own bar
+  /// beside the words.
+  enum class Style { bar, lines, words };
   explicit InstallProgressText(Style style) : style_(style) {}
 
   /// The text to show next, without a line's end or a carriage return; absent when nothing worth a line has changed. Every line names the

@@ -154,9 +154,14 @@ std::optional<ServiceManager::Failure> SystemdServices::registerService(const st
     return posixFailure(error.code().value(), error.what());
   }
   auto failure = tried({"daemon-reload"});
-  if (!failure) failure = tried({"enable", "--now", "--", mainUnit(label)});
-  if (failure) unregister(label);
-  return failure;
+  if (!failure) failure = tried({"enable", "--", mainUnit(label)});
+  if (failure) {
+    unregister(label);
+    return failure;
+  }
+  // What comes of the start is looked at afterwards: a job that ended at once is registered all the same.
+  call({"start", "--", mainUnit(label)});
+  return std::nullopt;
 }
 
 std::optional<ServiceManager::Failure> SystemdServices::unregister(const std::string& label) {

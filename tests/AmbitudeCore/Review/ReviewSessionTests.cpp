@@ -59,11 +59,15 @@ TEST_F(ReviewSessionTest, blindFirstThenTheVerdict) {
   EXPECT_FALSE(session.reveal()) << "nothing of the verdict before the answer";
   EXPECT_EQ(session.blind()->frameMs, now - 5'000);
   EXPECT_THROW(session.revise(Layer1Answer::onTask, {}, now), std::logic_error);
+  EXPECT_THROW(session.gradeReason(ReasonLabelWriter::ReasonWasRight{}, now), std::logic_error);
   EXPECT_THROW(session.answerGate(GateLabel::rightToStayQuiet, {}, now), std::logic_error);
   session.answer(Layer1Answer::rabbitHole, "maps again", now);
   EXPECT_THROW(session.answer(Layer1Answer::onTask, {}, now), std::logic_error);
   EXPECT_EQ(session.reveal()->state + *session.reveal()->reason, "NOT_ALIGNEDthe verdict's reason");
   session.revise(Layer1Answer::notAligned, {}, now);
+  session.gradeReason(ReasonLabelWriter::ReasonWasRight{}, now);
+  EXPECT_EQ(readFile(places.reasonLabels), R"({"atMs":1795600000000,"judgement":"right","labeledAt":")" + ISO8601::utcSeconds(now) +
+                                               R"(","state":"NOT_ALIGNED","v":1})" "\n");
   EXPECT_THROW(session.answerGate(GateLabel::rightToSpeak, {}, now), GateLabelWriter::WriteError);
   EXPECT_THROW(session.answerGate(GateGapLabelWriter::Label::fineToBeQuiet, {}, now), std::logic_error);
   EXPECT_TRUE(GateLabelWriter::read(places.gateLabels).empty()) << "what contradicts the decision is not written";

@@ -1,0 +1,159 @@
+#include "AmbitudeAppKit/AgentControl/AgentActions.h"
+
+#include <system_error>
+
+#include "AmbitudeAppKit/AgentControl/AgentUnitFiles.h"
+#include "AmbitudeAppKit/AgentControl/LegacyLaunchAgentRecovery.h"
+#include "CaptureShared/Foundation/ExecutablePath.h"
+#include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Foundation/Text.h"
+
+namespace halvo {
+
+namespace fs = std::filesystem;
+using namespace AgentServiceMigration;
+
+namespace {
+
+using Told = AgentActions::Told;
+
+Told failed(const BackgroundAgentActionError& error) { return {.words = error.what(), .detail = error.detail(), .isDone = false}; }
+
+/// Some lines name their agent themselves.
+Told unsettled(BackgroundAgent agent, const std::string& line, std::string detail) {
+  const bool isNamed = line.find(facts(agent).name) != std::string::npos;
+  return {.agent = isNamed ? std::nullopt : std::optional(agent), .words = line, .detail = std::move(detail), .isDone = false};
+}
+
+void forEach(AgentActions::Agents agents, const AgentActions::Tell& tell, const std::function<std::string(BackgroundAgent)>& act) {
+  for (const auto agent : agents) {
+    try {
+      tell({.agent = agent, .words = act(agent)});
+    } catch (const BackgroundAgentActionError& error) {
+      tell(failed(error));
+    }
+  }
+}
+
+}  // namespace
+
+AgentActions::AgentActions(Dependencies dependencies) : deps_(std::move(dependencies)), agents_(deps_.control) {}
+
+std::vector<BackgroundAgentState> AgentActions::states() const {
+  std::vector<BackgroundAgentState> states;
+  for (const auto& agent : backgroundAgents) states.push_back(agents_.state(agent.agent));
+  return states;
+}
+
+std::optional<std::string> AgentActions::refusal() const {
+  if (deps_.allowed == Precondition::ok) return std::nullopt;
+  return "this copy (" + deps_.control.programFolder.string() + ") is not the installed one (" + deps_.installedFolder.string() +
+         "), so it registers nothing";
+}
+
+void AgentActions::install(Agents agents, const Tell& tell) {
+  if (const auto why = refusal()) return tell({.words = *why, .isDone = false});
+  if (!recoverSettings(tell)) return;
+  for (const auto agent : agents) {
+    const auto told = installOne(agent);
+    lines_.with([&](auto& lines) {
+      if (told.isDone)
+        lines.erase(agent);
+      else
+        lines[agent] = told.words;
+    });
+    tell(told);
+  }
+}
+
+/// Settings that only an old installation's files hold; they are taken before those go.
+bool AgentActions::recoverSettings(const Tell& tell) const {
+  try {
+    const auto recovery = LegacyLaunchAgentRecovery::plan(deps_.control.legacyFolder, AgentConfig::load(deps_.configFile).settings);
+    if (!recovery.settings.empty()) AgentConfig::setEnvSettings(recovery.settings, deps_.configFile);
+    if (!recovery.migratedKeys.empty()) tell({.words = "taken from the old installation: " + Text::join(recovery.migratedKeys, ", ")});
+    if (!recovery.conflictingKeys.empty())
+      tell({.words = "set differently in the old installation, left as configured: " + Text::join(recovery.conflictingKeys, ", "),
+            .isDone = false});
+    for (const auto& error : recovery.readErrors) tell({.words = error, .isDone = false});
+    return true;
+  } catch (const std::exception& error) {
+    tell({.words = std::string("nothing was installed: ") + error.what(), .isDone = false});
+    return false;
+  }
+}
+
+AgentServiceMigrationRunner AgentActions::runner(LogSink log) const {
+  return AgentServiceMigrationRunner({.services = deps_.control.services,
+                                      .programFolder = deps_.control.programFolder,
+                                      .legacyFolder = deps_.control.legacyFolder,
+                                      .markerFolder = deps_.markerFolder,
+                                      .removeFile = [](const fs::path& file) { fs::remove(file); },
+                                      .clock = deps_.clock,
+                                      .log = std::move(log)});
+}
+
+AgentActions::Told AgentActions::installOne(BackgroundAgent agent) {
+  if (!ExecutablePath::isExecutableFile(deps_.control.programFolder / facts(agent).program))
+    return failed(BackgroundAgentActionError(BackgroundAgentActionError::BundleSourceMissing{agent}));
+  std::vector<std::string> log;
+  const auto outcome = runner([&log](const std::string& line) { log.push_back(line); }).run(deps_.allowed, std::span(&agent, 1)).front();
+  if (!outcome.isSettled) return unsettled(agent, outcome.line, Text::join(log, "; "));
+  try {
+    // A registration that stood already may be an older copy's.
+    if (!hasCurrentUnits(agent)) agents_.install(agent);
+    return {.agent = agent, .words = "installed"};
+  } catch (const BackgroundAgentActionError& error) {
+    return failed(error);
+  }
+}
+
+/// True when what lies with the manager is what this copy would write.
+bool AgentActions::hasCurrentUnits(BackgroundAgent agent) const {
+  try {
+    for (const auto& file : AgentUnitFiles::of(agent, deps_.control.programFolder))
+      if (readFile(deps_.unitFolder / file.name) != file.text) return false;
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
+}
+
+void AgentActions::start(const Tell& tell) {
+  if (refusal()) return;
+  std::vector<BackgroundAgent> due;
+  for (const auto& agent : backgroundAgents) {
+    const auto job = runner().observe(agent.agent);
+    const bool isRegistered = job.serviceStatus == ServiceStatus::enabled || job.serviceStatus == ServiceStatus::requiresApproval;
+    // Registered and not loaded is what the person stopped.
+    if (job.legacyPlistPresent || job.interrupted || (isRegistered && job.loaded == true)) due.push_back(agent.agent);
+  }
+  if (!due.empty()) install(due, tell);
+}
+
+void AgentActions::restart(Agents agents, const Tell& tell) const {
+  forEach(agents, tell, [this](BackgroundAgent agent) {
+    const bool isRestarted = agents_.restart(agent) == BackgroundAgents::RestartOutcome::restarted;
+    return isRestarted ? "restarted" : "not running: install starts it";
+  });
+}
+
+void AgentActions::stop(Agents agents, const Tell& tell) const {
+  forEach(agents, tell, [this](BackgroundAgent agent) {
+    agents_.stop(agent);
+    return "stopped until the next login";
+  });
+}
+
+void AgentActions::remove(Agents agents, const Tell& tell) {
+  forEach(agents, tell, [this](BackgroundAgent agent) {
+    agents_.remove(agent);
+    // Else the next start would go on with a move that nobody wants any more.
+    std::error_code ignored;
+    fs::remove(deps_.markerFolder / label(agent), ignored);
+    lines_.with([&](auto& lines) { lines.erase(agent); });
+    return "removed";
+  });
+}
+
+}  // namespace halvo

@@ -1,0 +1,44 @@
+#include "AmbitudeAppKit/Present/PrivacyPage.h"
+
+#include <algorithm>
+
+#include "AmbitudeAppKit/Stores/OwnDenylist.h"
+#include "AmbitudeCore/Backends/Factory/ModelSelection.h"
+#include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
+#include "CaptureShared/Privacy/Denylist.h"
+
+namespace halvo {
+
+namespace {
+
+PrivacyPage::Call callOf(const TurnUsageRecord& record, const Calendar& calendar) {
+  PrivacyPage::Call call{.when = calendar.monthDayHourMinute(record.atMs),
+                         .who = record.layer,
+                         .promptTokens = record.promptTokens,
+                         .completionTokens = record.completionTokens};
+  // Only a remote service names a provider, a generation or a price.
+  call.leftTheMachine = record.provider || record.generationID || record.costUSD;
+  call.where = record.provider ? *record.provider : call.leftTheMachine ? "a remote service" : "the local model, or a service that gave no name";
+  return call;
+}
+
+}  // namespace
+
+PrivacyPage PrivacyPage::read(const std::filesystem::path& root, const Environment& environment, const Calendar& calendar) {
+  PrivacyPage page;
+  const auto refusal = ModelBackendFactory::fatalReason(environment);
+  page.coach = refusal ? *refusal : ModelBackendFactory::describeSelection(environment);
+  page.isRemote = !ModelBackendFactory::coachPrimaryIsLocal(environment);
+  const auto kept = OwnDenylist::read(environment);
+  const auto inForce = Denylist::fromEnvironment(environment).appNames();
+  page.denylist = kept.value_or(inForce);
+  if (inForce != Denylist::defaultAppNames() && inForce != page.denylist)
+    page.denylistSource = DenylistSource::outside;
+  else if (kept || inForce != Denylist::defaultAppNames())
+    page.denylistSource = DenylistSource::theirs;
+  for (const auto& record : TurnUsageRecordLog::read(TurnUsageRecordLog::defaultURL(root), callsShown)) page.calls.push_back(callOf(record, calendar));
+  std::ranges::reverse(page.calls);
+  return page;
+}
+
+}  // namespace halvo

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "AmbitudeAppKit/Stores/BackgroundQueue.h"
+#include "AmbitudeAppKit/Views/Page.h"
+
+class QLabel;
+class QPlainTextEdit;
+
+namespace halvo {
+
+/// The report for someone who helps: all of it is shown before it is saved, and nothing sends it anywhere.
+class DiagnosticsView : public Page {
+  Q_OBJECT
+
+ public:
+  explicit DiagnosticsView(std::function<std::string()> report, QWidget* parent = nullptr);
+  void shown() override;
+
+ private:
+  void save();
+
+  std::function<std::string()> report_;
+  QPlainTextEdit* text_ = nullptr;
+  QLabel* told_ = nullptr;
+  BackgroundQueue queue_;
+};
+
+}  // namespace halvo

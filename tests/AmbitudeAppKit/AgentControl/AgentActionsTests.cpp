@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "AmbitudeAppKit/AgentControl/AgentActions.h"
+#include "AmbitudeAppKit/AgentControl/AgentUnitFiles.h"
+#include "Platform/Testing/FakeServiceManager.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace halvo {
+namespace {
+
+using Agent = BackgroundAgent;
+
+struct AgentActionsTest : testing::Test {
+  AgentActionsTest() {
+    for (const auto& agent : backgroundAgents) {
+      const auto program = folder.path() / "bin" / agent.program;
+      folder.write("bin/" + std::string(agent.program), "");
+      std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+      manager.jobs[label(agent.agent)].program = program;
+    }
+  }
+  AgentActions actions(AgentServiceMigration::Precondition allowed = AgentServiceMigration::Precondition::ok) {
+    return AgentActions({.control = {.services = manager, .programFolder = folder.path() / "bin", .legacyFolder = folder.path() / "old"},
+                         .unitFolder = folder.path() / "units",
+                         .markerFolder = folder.path() / "markers",
+                         .configFile = folder.path() / "config.json",
+                         .allowed = allowed,
+                         .installedFolder = "/usr/lib/halvo",
+                         .clock = {.nowMs = {}, .wait = [](double, const std::stop_token&) {}}});
+  }
+  FakeServiceManager::Job& job(Agent agent) { return manager.jobs[label(agent)]; }
+  AgentActions::Tell tell = [this](const AgentActions::Told& told) { said.push_back((told.isDone ? "" : "! ") + told.words); };
+
+  test::TemporaryFolder folder;
+  FakeServiceManager manager;
+  std::vector<std::string> said;
+};
+
+TEST_F(AgentActionsTest, aStartGoesOnWithWhatIsThereAndTouchesNothingElse) {
+  for (const auto& file : AgentUnitFiles::of(Agent::captureSupervisor, folder.path() / "bin"))
+    folder.write("units/" + file.name, file.text);
+  job(Agent::captureSupervisor).isRegistered = true;  // as this copy would write it
+  job(Agent::classifier).isRegistered = true;         // by an older copy
+  folder.write("old/" + label(Agent::coachDriver) + ".plist", "<plist><dict></dict></plist>");
+  folder.write("markers/" + label(Agent::consolidate), "");
+  actions(AgentServiceMigration::Precondition::notInstalledCopy).start(tell);
+  EXPECT_TRUE(manager.calls.empty() && said.empty());
+  actions().start(tell);
+  EXPECT_FALSE(job(Agent::localModel).isRegistered) << "the person removed it";
+  EXPECT_TRUE(job(Agent::coachDriver).isRegistered && job(Agent::consolidate).isRegistered);
+  EXPECT_EQ(std::ranges::count(manager.calls, "unregister"), 3) << "the classifier's, and two whose units the fake does not write";
+}
+
+TEST_F(AgentActionsTest, whatStandsInTheWayIsKeptUntilItIsGone) {
+  const Agent coach[] = {Agent::coachDriver};
+  auto hand = actions();
+  job(Agent::coachDriver).startsWhenRegistered = false;
+  hand.install(coach, tell);
+  EXPECT_EQ(said, std::vector<std::string>{"! " + std::string(AgentServiceMigration::setUpButDidNotStartLine)});
+  EXPECT_EQ(hand.lines().size(), 1u);
+  job(Agent::coachDriver).startsWhenRegistered = true;
+  hand.install(coach, tell);
+  EXPECT_TRUE(hand.lines().empty());
+  hand.remove(coach, tell);
+  EXPECT_FALSE(job(Agent::coachDriver).isRegistered);
+  auto elsewhere = actions(AgentServiceMigration::Precondition::debugBuild);
+  elsewhere.install(coach, tell);
+  EXPECT_TRUE(said.back().starts_with("! this copy (")) << said.back();
+  EXPECT_FALSE(job(Agent::coachDriver).isRegistered);
+}
+
+}  // namespace
+}  // namespace halvo
