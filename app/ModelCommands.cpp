@@ -5,8 +5,11 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
+#include "AmbitudeAppKit/Present/ModelPage.h"
+#include "AmbitudeAppKit/Stores/ModelShelf.h"
 #include "AmbitudeCore/Backends/LocalInferenceEndpoint.h"
 #include "AmbitudeCore/Classifier/ClassifierModel.h"
 #include "AmbitudeCore/Classifier/ModelIntegrityCheck.h"
@@ -19,19 +22,14 @@
 #include "CaptureShared/Provisioning/InstallProgressText.h"
 #include "CaptureShared/Provisioning/LlamaServerStatus.h"
 #include "CaptureShared/Provisioning/LocalModelStore.h"
-#include "CaptureShared/Provisioning/ModelDownloadHost.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
-#include "CaptureShared/Provisioning/ModelRemoval.h"
 #include "Platform/Linux/LinuxMachine.h"
 #include "app/CommandOutput.h"
 
 namespace halvo::ModelCommands {
 namespace {
 
-using ModelProvisioning::humanBytes;
-
 constexpr int interrupted = 130;
-constexpr std::int64_t barGranularityBytes = 1 << 20;
 
 using CommandOutput::fail;
 using CommandOutput::print;
@@ -39,30 +37,28 @@ using CommandOutput::print;
 /// What a command works on.
 struct Place {
   Environment environment = processEnvironment();
-  std::filesystem::path directory = LocalModelStore::modelsDirectory(environment);
-  std::optional<std::uint64_t> memory = LinuxMachine().physicalMemoryBytes();
-  std::string configured = ClassifierModel::resolved(environment);
+  LinuxMachine machine = LinuxMachine();
+  std::unique_ptr<HTTPTransport> transport = HTTPTransportRouter::standard(environment);
+  ModelShelf shelf = ModelShelf({.environment = environment, .machine = machine, .transport = *transport});
 };
 
-LocalModelInstaller installer(const Place& place, HTTPTransport& transport, std::int64_t granularity) {
-  return LocalModelInstaller({.directory = place.directory,
-                              .ollamaModelsDirectory = OllamaBlobReuse::modelsDirectory(place.environment),
-                              .transport = transport,
-                              .progressGranularityBytes = granularity});
-}
-
-std::string unknownModelWords(std::string_view name) {
-  return fmt::format("there's no download for {}; halvo models lists what there is", TerminalText::oneLine(name));
-}
-
-std::string stateText(const LocalModelStore::Manifest& manifest, const std::filesystem::path& directory, std::int64_t bytesToGo) {
+/// Tells what came of it; the exit status.
+int told(const ModelShelf::Outcome& outcome, const char* ifStopped = "") {
   return match(
-      LocalModelStore::diskState(manifest, directory),
-      [&](const LocalModelStore::Missing&) {
-        return bytesToGo < manifest.totalBytes() ? humanBytes(bytesToGo) + " still to come" : std::string("not downloaded");
+      outcome,
+      [](const ModelShelf::Done& done) {
+        for (const auto& line : done.lines) print(line);
+        return 0;
       },
-      [](const LocalModelStore::NeedsVerification&) { return std::string("here, not checked"); },
-      [](const LocalModelStore::Verified&) { return std::string("ready"); });
+      [&](const ModelShelf::Stopped&) {
+        std::fputs(ifStopped, stderr);
+        return interrupted;
+      },
+      [](const ModelShelf::Failed& failed) { return fail(TerminalText::oneLine(failed.why)); });
+}
+
+int unknownModel(std::string_view name) {
+  return fail(fmt::format("there's no download for {}; halvo models lists what there is", TerminalText::oneLine(name)));
 }
 
 /// Shows progress until it goes; a bar is left standing on its own line.
@@ -90,104 +86,50 @@ class ProgressPrinter {
   InstallProgressText text_{isBar_ ? InstallProgressText::Style::bar : InstallProgressText::Style::lines};
 };
 
-int runInstall(const Place& place, const LocalModelStore::Manifest& manifest, bool hasHost) {
-  const TerminationSignals signals;
-  const auto transport = HTTPTransportRouter::standard(place.environment);
-  auto work = installer(place, *transport, barGranularityBytes);
-  // What is here, or with another installation, needs no server.
-  if (!hasHost && work.bytesRemaining(manifest) > 0)
-    return fail(fmt::format("no download server is configured: set {} to its https address", ModelDownloadHost::envVar));
-  const LinuxMachine machine;
-  if (const auto shortfall = work.diskShortfall(manifest, ModelProvisioning::availableDiskBytes(place.directory, machine)))
-    return fail(*shortfall);
-  try {
-    ProgressPrinter printer;
-    work.install(
-        manifest, [&](const LocalModelInstaller::Progress& progress) { printer.show(progress); }, signals.token());
-  } catch (const Cancelled&) {
-    std::fputs("stopped; the next install goes on from here\n", stderr);
-    return interrupted;
-  } catch (const InstallError& error) {
-    const bool namesFile = error.kind() == InstallError::Kind::checksumMismatch;
-    return fail((namesFile ? "" : error.file() + ": ") + error.what());
-  }
-  print(manifest.model + " is installed");
-  return 0;
-}
-
 }  // namespace
 
 int list() {
   const Place place;
-  const auto transport = HTTPTransportRouter::standard(place.environment);
-  const auto work = installer(place, *transport, barGranularityBytes);
-  const auto recommended = place.memory ? ModelProvisioning::recommendedDefault(*place.memory) : std::nullopt;
-  for (const auto& model : ModelProvisioning::knownModels()) {
-    const auto manifest = LocalModelStore::manifest(model.name);
-    if (!manifest) continue;
-    std::string fit = "memory unknown";
-    if (place.memory)
-      fit = ModelProvisioning::modelFitsAvailableMemory(*place.memory, model) ? "fits this machine" : "too large for this machine";
-    const auto state = stateText(*manifest, place.directory, work.bytesRemaining(*manifest));
-    print(fmt::format("{} {:<18}  {:>8}  {:<26}  {}{}", ModelProvisioning::modelNameMatches(model.name, place.configured) ? "*" : " ",
-                      model.name, humanBytes(model.totalBytes), fit, state, recommended == model.name ? "  (recommended here)" : ""));
-  }
-  if (!LocalModelStore::manifest(place.configured)) print(unknownModelWords(place.configured) + " (it is the one configured)");
+  const auto page = ModelPage::of(place.shelf);
+  for (const auto& row : page.rows)
+    print(fmt::format("{} {:<18}  {:>8}  {:<26}  {}{}", row.isConfigured ? "*" : " ", row.name, row.size, row.fit, row.state,
+                      row.isRecommended ? "  (recommended here)" : ""));
+  if (!page.unknownConfigured.empty()) print(TerminalText::oneLine(page.unknownConfigured));
   return 0;
 }
 
 int install(const std::optional<std::string>& name) {
   const Place place;
-  auto wanted = name;
-  if (!wanted && LocalModelStore::manifest(place.configured)) wanted = place.configured;
-  if (!wanted && place.memory) wanted = ModelProvisioning::recommendedDefault(*place.memory);
+  const auto wanted = name ? name : place.shelf.wanted();
   if (!wanted) return fail("this machine has too little memory for any local model; name one to install it all the same");
-  const auto host = ModelDownloadHost::resolve(place.environment);
-  const auto manifest = LocalModelStore::manifest(*wanted, host.value_or(""));
-  if (!manifest) return fail(unknownModelWords(*wanted));
-  if (place.memory)
-    if (const auto warning = ModelProvisioning::memoryWarning(manifest->model, *place.memory))
-      std::fputs((*warning + "\n").c_str(), stderr);
-  return runInstall(place, *manifest, host.has_value());
+  if (!LocalModelStore::manifest(*wanted)) return unknownModel(*wanted);
+  if (const auto memory = place.shelf.memoryBytes())
+    if (const auto warning = ModelProvisioning::memoryWarning(*wanted, *memory)) std::fputs((*warning + "\n").c_str(), stderr);
+  const TerminationSignals signals;
+  ModelShelf::Outcome outcome;
+  {
+    ProgressPrinter printer;
+    outcome = place.shelf.install(*wanted, [&](const auto& progress) { printer.show(progress); }, signals.token());
+  }
+  return told(outcome, "stopped; the next install goes on from here\n");
 }
 
 int verify(const std::optional<std::string>& name) {
   const Place place;
-  const auto wanted = name.value_or(place.configured);
-  const auto manifest = LocalModelStore::manifest(wanted);
-  if (!manifest) return fail(unknownModelWords(wanted));
+  const auto wanted = name.value_or(place.shelf.configured());
+  if (!LocalModelStore::manifest(wanted)) return unknownModel(wanted);
   const TerminationSignals signals;
-  try {
+  ModelShelf::Outcome outcome;
+  {
     ProgressPrinter printer;
-    LocalModelStore::verify(*manifest, place.directory, signals.token(), [&](std::int64_t bytes) {
-      printer.show(
-          {.stage = LocalModelInstaller::Checking{manifest->model}, .completedBytes = bytes, .totalBytes = manifest->totalBytes()});
-    });
-  } catch (const Cancelled&) {
-    return interrupted;
-  } catch (const std::exception& error) {
-    return fail(error.what());
+    outcome = place.shelf.verify(wanted, [&](const auto& progress) { printer.show(progress); }, signals.token());
   }
-  print(manifest->model + " is as it was published");
-  return 0;
+  return told(outcome);
 }
 
 int remove(const std::string& name) {
   const Place place;
-  const auto manifest = LocalModelStore::manifest(name);
-  if (!manifest) return fail(unknownModelWords(name));
-  const auto plan = ModelRemoval::plan(*manifest, place.directory);
-  if (plan.items.empty() && plan.refusals.empty()) {
-    print(manifest->model + " isn't here");
-    return 0;
-  }
-  try {
-    ModelRemoval::apply(plan, *manifest, place.directory);
-  } catch (const std::exception& error) {
-    return fail(error.what());
-  }
-  for (const auto& item : plan.items) print(fmt::format("removed {} ({})", item.file.string(), humanBytes(item.bytes)));
-  return 0;
+  return LocalModelStore::manifest(name) ? told(place.shelf.remove(name)) : unknownModel(name);
 }
 
 namespace {
@@ -225,12 +167,13 @@ std::string startText(const Environment& environment, std::int64_t nowMs) {
 }  // namespace
 
 std::string healthLines() {
-  const Place place;
-  const auto answer = serving(place.environment);
-  auto lines = "model:     " + TerminalText::oneLine(answer ? *answer : startText(place.environment, Clock::system().nowMs()));
-  const auto subject = ModelIntegrityCheck::Subject::of(place.configured, place.environment);
+  const auto environment = processEnvironment();
+  const auto configured = ClassifierModel::resolved(environment);
+  const auto answer = serving(environment);
+  auto lines = "model:     " + TerminalText::oneLine(answer ? *answer : startText(environment, Clock::system().nowMs()));
+  const auto subject = ModelIntegrityCheck::Subject::of(configured, environment);
   const auto note = ModelIntegrityGuard::readRefusalNote(subject.refusalNote);
-  if (note && ModelProvisioning::modelNameMatches(note->model, place.configured))
+  if (note && ModelProvisioning::modelNameMatches(note->model, configured))
     lines += "\n           " + TerminalText::oneLine(note->message);
   return lines;
 }

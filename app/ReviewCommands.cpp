@@ -12,26 +12,17 @@
 #include <unistd.h>
 
 #include "AmbitudeAppKit/Live/TerminalText.h"
-#include "AmbitudeCore/Gate/GateDecisionLog.h"
-#include "AmbitudeCore/Review/RampSampleSelector.h"
+#include "AmbitudeAppKit/Present/ReviewWords.h"
+#include "AmbitudeCore/Review/ReviewDraw.h"
 #include "AmbitudeCore/Review/ReviewScore.h"
 #include "AmbitudeCore/Review/ReviewSession.h"
 #include "CaptureShared/EventLog/EventLogReader.h"
-#include "CaptureShared/EventLog/IncrementalJSONLReader.h"
-#include "CaptureShared/EventLog/LogTail.h"
 #include "CaptureShared/Foundation/Clock.h"
-#include "CaptureShared/Foundation/FFmpegResolver.h"
-#include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/TerminationSignals.h"
 #include "CaptureShared/Foundation/Text.h"
-#include "CaptureShared/Labels/AnsweredMoments.h"
-#include "CaptureShared/Labels/Clips/ClipFolder.h"
-#include "CaptureShared/Labels/Clips/RampProxyEncoder.h"
-#include "CaptureShared/Labels/LabelVocabulary.h"
-#include "CaptureShared/Labels/LabelsSchema.h"
+#include "CaptureShared/Labels/Clips/MomentClips.h"
 #include "CaptureShared/Recording/Location/FrameLocator.h"
-#include "CaptureShared/Recording/VideoArchiveKeyStore.h"
-#include "Platform/Linux/LinuxArchiveKeyBackend.h"
+#include "app/ArchiveKeys.h"
 #include "app/CommandOutput.h"
 
 namespace halvo::ReviewCommands {
@@ -94,27 +85,15 @@ struct Typed {
   }
 };
 
-/// Clips of single moments, each gone when the next one is made.
+/// The clips of this machine's recordings.
 class Clips {
  public:
-  Clips()
-      : environment_(processEnvironment()),
-        folder_(environment_),
-        backend_(LinuxArchiveKeyBackend::forAccount(environment_)),
-        keys_(backend_) {}
-
   /// The clip's path and what it shows, or why there is none.
   std::string make(std::int64_t judgedInstantMs, const Calendar& calendar, const std::stop_token& stop) {
-    std::error_code ignored;
-    const auto file = folder_.path() / "moment.mp4";
-    fs::remove(file, ignored);
     try {
-      const auto plan = RampClipPlan::plan({.judgedInstantMs = judgedInstantMs});
-      const auto keyOf = [this](std::optional<std::uint32_t> generation) { return keys_.keyForGeneration(generation); };
-      RampProxyEncoder::encode(plan, file, {.ffmpeg = FFmpegResolver::resolve(environment_), .keyForGeneration = keyOf}, stop);
-      // What lies before the first frame found is no gap in the clip: it begins later.
-      return fmt::format("{} ({:.0f} s, of what was recorded from {} on; {:.0f} % gaps)", file.string(), plan.durationSeconds(),
-                         calendar.hourMinute(plan.frames.front().sourceRealMs), 100 * plan.gapShare());
+      const auto clip = clips_.make(judgedInstantMs, stop);
+      return fmt::format("{} ({:.0f} s, of what was recorded from {} on; {:.0f} % gaps)", clip.file.string(), clip.frameCount / clip.fps,
+                         calendar.hourMinute(clip.fromMs), 100 * clip.gapShare);
     } catch (const std::runtime_error& error) {
       throwIfStopped(stop);
       return std::string("none: ") + error.what();
@@ -122,89 +101,29 @@ class Clips {
   }
 
  private:
-  Environment environment_;
-  ClipFolder folder_;
-  LinuxArchiveKeyBackend backend_;
-  VideoArchiveKeyStore keys_;
+  MomentClips clips_{{.root = DataPaths::dataRoot(), .environment = processEnvironment(), .keyForGeneration = ArchiveKeys::ofThisAccount()}};
 };
-
-std::vector<ClassifierTick> recentTicks(const fs::path& log, std::int64_t fromMs) {
-  try {
-    auto reader = JSONLReaders::classifierTicks(log);
-    reader.startAt(LogTail::offsetOf(fromMs, log, [](std::string_view line) {
-      const auto tick = ClassifierTick::decode(line);
-      return tick ? tick->atMs() : std::nullopt;
-    }));
-    return match(
-        reader.read(), [](Reset<ClassifierTick>&& all) { return std::move(all.rows); },
-        [](Appended<ClassifierTick>&& more) { return std::move(more.rows); });
-  } catch (const std::system_error& error) {
-    if (error.code() != std::errc::no_such_file_or_directory) throw;
-    return {};
-  }
-}
-
-RampSampleSelector::Request requestFor(const Draw& draw, const fs::path& root) {
-  RampSampleSelector::Request request{.asOfMs = nowMs(), .alreadyLabeledMs = AnsweredMoments::rampLabeledTickMs(DataPaths::labelsDB(root))};
-  request.limit = draw.limit;
-  request.seed = draw.seed.value_or(static_cast<std::uint64_t>(request.asOfMs));
-  if (!draw.fromLogs)
-    request.isRenderable = [root](std::int64_t atMs) { return FrameLocator::locate({.atMs = atMs, .root = root}).has_value(); };
-  return request;
-}
 
 /// Absent when there is no moment to ask about.
 std::optional<ReviewSession> drawn(const Draw& draw, const fs::path& root, const Calendar& calendar) {
   namespace Phase = RampSampleSelector::RampLoadPhase;
-  const auto mode = fromRawValue<SamplingMode>(draw.mode).value_or(SamplingMode::verdictBlind);
-  auto request = requestFor(draw, root);
-  RampSampleSelector::RampScreeningReporter reporter{.requested = draw.limit};
-  if (::isatty(STDERR_FILENO)) {
-    std::fprintf(stderr, "%s\n", Phase::text(Phase::ReadingLogs()).c_str());
-    reporter.onProgress = [](const Phase::Phase& phase) { std::fprintf(stderr, "\r%s ", Phase::text(phase).c_str()); };
-  }
-  request.isRenderable = reporter.watching(request.isRenderable);
-  const auto ticks = recentTicks(DataPaths::checkerLog(root), request.asOfMs - request.maxAgeMs);
-  const auto decisions = GateDecisionLog::read(GateDecisionLog::defaultURL(root));
-  request.ticks = ticks, request.decisions = decisions;
-  std::optional<std::string> notice;
-  std::vector<RampSampleSelector::Sample> samples;
-  if (mode == SamplingMode::verdictBlind) {
-    auto batch = RampSampleSelector::selectVerdictBlindBatch(request);
-    samples = std::move(batch.samples), notice = batch.starvationNotice();
-  } else {
-    samples = RampSampleSelector::selectBatch(request);
-  }
-  if (reporter.onProgress) std::fputc('\n', stderr);
-  if (samples.empty()) return std::nullopt;
-  auto batch = ReviewBatch::make(std::move(samples), mode, request.seed, request.asOfMs);
-  batch.notice = std::move(notice);
-  return ReviewSession(std::move(batch), ReviewSession::Places::under(root), calendar);
+  ReviewDraw::Request request{.root = root,
+                              .mode = fromRawValue<SamplingMode>(draw.mode).value_or(SamplingMode::verdictBlind),
+                              .limit = draw.limit,
+                              .seed = draw.seed,
+                              .asOfMs = nowMs()};
+  if (!draw.fromLogs)
+    request.isRenderable = [root](std::int64_t atMs) { return FrameLocator::locate({.atMs = atMs, .root = root}).has_value(); };
+  const bool isWatched = ::isatty(STDERR_FILENO);
+  if (isWatched) request.onProgress = [](const Phase::Phase& phase) { std::fprintf(stderr, "\r%s ", Phase::text(phase).c_str()); };
+  auto session = ReviewDraw::draw(request, calendar);
+  if (isWatched) std::fputc('\n', stderr);
+  return session;
 }
 
 std::string nameOf(Layer1Answer answer) {
   const auto hint = RampLabelSubmission::hint(answer);
-  return LabelVocabulary::displayName(rawValue(answer)) + (hint ? " (" + std::string(*hint) + ")" : "");
-}
-std::string nameOf(GateLabel label) { return Text::replaceAll(std::string(rawValue(label)), "_", " "); }
-std::string nameOf(GateGapLabelWriter::Label label) { return Text::replaceAll(std::string(rawValue(label)), "_", " "); }
-
-std::string whenText(std::int64_t ms, const Calendar& calendar) {
-  const auto at = calendar.fields(ms);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", at.year, at.month, at.day, at.hour, at.minute, at.second);
-}
-
-std::vector<ReviewSession::Layer2Answer> choicesFor(const RampSampleSelector::Layer2Question& question) {
-  return match(
-      question,
-      [](const GateDecisionRecord& decision) {
-        const auto labels = GateLabelWriter::choices(decision.decision);
-        return std::vector<ReviewSession::Layer2Answer>(labels.begin(), labels.end());
-      },
-      [](const GateDecisionGap&) {
-        using Label = GateGapLabelWriter::Label;
-        return std::vector<ReviewSession::Layer2Answer>{Label::fineToBeQuiet, Label::shouldHaveSpoken};
-      });
+  return ReviewWords::name(answer) + (hint ? " (" + std::string(*hint) + ")" : "");
 }
 
 /// A session on a terminal.
@@ -230,10 +149,9 @@ class View {
     const auto moment = *session_.blind();
     if (std::exchange(shownMs_, moment.atMs) == moment.atMs) return;  // a clip takes a while to make
     const auto progress = session_.progress();
-    print(fmt::format("\nmoment {} of {}: {}", progress.number, progress.total, whenText(moment.atMs, calendar_)));
-    print("  you meant to: " + oneLine(moment.declaredTask.value_or("(nothing declared)")));
-    print("  in front:     " + oneLine(moment.frontmostApp.value_or("(not known)")) +
-          (moment.windowTitle ? ", " + oneLine(*moment.windowTitle) : ""));
+    print(fmt::format("\nmoment {} of {}: {}", progress.number, progress.total, ReviewWords::when(moment.atMs, calendar_)));
+    print("  you meant to: " + oneLine(ReviewWords::declared(moment)));
+    print("  in front:     " + oneLine(ReviewWords::inFront(moment)));
     if (clips_) print("  clip:         " + oneLine(clips_->make(moment.frameMs, calendar_, stop_)));
   }
 
@@ -272,37 +190,44 @@ class View {
     return true;
   }
 
-  void showVerdict(const ReviewSession::Reveal& told) {
-    print("\nThe verdict: " + oneLine(LabelVocabulary::displayNameForState(told.state)) +
-          (told.confidence ? fmt::format(" ({:.0f} % sure)", 100 * *told.confidence) : "") +
-          (told.reason ? ": " + oneLine(*told.reason) : ""));
-    if (told.decision) {
-      const auto& decision = *told.decision;
-      const auto what = decision.decision == "check_in" ? "spoke" : decision.decision == "no_check_in" ? "stayed quiet" : "could not decide";
-      const auto why = decision.summaryForCoach ? decision.summaryForCoach : decision.failureReason;
-      print(fmt::format("The gate {} at {}{}", what, calendar_.hourMinute(decision.atMs), why && !why->empty() ? ": " + oneLine(*why) : ""));
-    }
-    if (!told.question) return;
-    if (const auto* gap = std::get_if<GateDecisionGap>(&*told.question))
-      print("The gate was not asked from " + calendar_.hourMinute(gap->fromMs) + " to " +
-            (gap->isOpen ? std::string("when this was drawn") : calendar_.hourMinute(gap->toMs)));
+  /// Asks by number; false: the person leaves.
+  template <class Choices, class Keep>
+  bool choose(const char* question, const Choices& choices, Keep&& answered) {
+    print(question);
+    for (std::size_t i = 0; i < choices.size(); ++i) print(fmt::format("  {}  {}", i + 1, ReviewWords::name(choices[i])));
+    const auto line = lines_.next("a number, then a comment if you like; s goes on without, r changes the first answer, q leaves: ");
+    if (!line || *line == "q") return false;
+    if (*line == "r") return revise();
+    const Typed typed(*line);
+    if (const auto place = typed.place(choices.size())) keep([&] { answered(choices[*place], typed.comment); });
+    else if (*line == "s") keep([&] { answered(std::nullopt, std::nullopt); });
+    return true;
   }
 
   bool second() {
     const auto told = *session_.reveal();
-    showVerdict(told);
-    const auto choices = told.question ? choicesFor(*told.question) : std::vector<ReviewSession::Layer2Answer>();
-    if (!choices.empty()) print("Was that right?");
-    for (std::size_t i = 0; i < choices.size(); ++i)
-      print(fmt::format("  {}  {}", i + 1, match(choices[i], [](GateLabel label) { return nameOf(label); },
-                                                 [](GateGapLabelWriter::Label label) { return nameOf(label); })));
-    const auto line = lines_.next(choices.empty() ? "return goes on; r changes your answer, q leaves: "
-                                                  : "a number, then a comment if you like; s goes on without, r changes the first answer, q leaves: ");
+    const auto atMs = session_.blind()->atMs;
+    using Comment = std::optional<std::string>;
+    if (std::exchange(revealedMs_, atMs) != atMs) {
+      print("\nThe verdict: " + oneLine(ReviewWords::verdict(told)));
+      if (const auto gate = ReviewWords::gate(told, calendar_); !gate.empty()) print(oneLine(gate));
+    }
+    if (gradedMs_ != atMs && told.reason && !Text::isBlank(*told.reason))
+      return choose("Was the reason given for the verdict right?", ReviewWords::judgements(),
+                    [&](const std::optional<ReviewWords::Judgement>& given, const Comment&) {
+                      if (given) session_.gradeReason(*given, nowMs());
+                      gradedMs_ = atMs;
+                    });
+    const auto choices = told.question ? ReviewWords::choices(*told.question) : std::vector<ReviewWords::Layer2Answer>();
+    if (!choices.empty())
+      return choose("Was the gate right?", choices, [&](const std::optional<ReviewWords::Layer2Answer>& given, const Comment& comment) {
+        if (given) session_.answerGate(*given, comment, nowMs());
+        else session_.next();
+      });
+    const auto line = lines_.next("return goes on; r changes your answer, q leaves: ");
     if (!line || *line == "q") return false;
     if (*line == "r") return revise();
-    const Typed typed(*line);
-    if (const auto place = typed.place(choices.size())) keep([&] { session_.answerGate(choices[*place], typed.comment, nowMs()); });
-    else if (*line == "s" || choices.empty()) keep([&] { session_.next(); });
+    keep([&] { session_.next(); });
     return true;
   }
 
@@ -320,15 +245,8 @@ class View {
   const Calendar& calendar_;
   Clips* clips_;
   std::stop_token stop_;
-  std::optional<std::int64_t> shownMs_;
+  std::optional<std::int64_t> shownMs_, revealedMs_, gradedMs_;  ///< of the moments that were shown, revealed, and had their reason graded
 };
-
-std::string percent(const std::optional<double>& share) { return share ? fmt::format("{:.0f} %", 100 * *share) : "-"; }
-
-void makeLabels(const fs::path& file) {
-  SQLiteDB db(file, SQLiteDB::Role::owner);
-  LabelsSchema::create(db);
-}
 
 }  // namespace
 
@@ -337,7 +255,7 @@ int review(const Draw& draw) {
     const TerminationSignals signals;
     const auto root = DataPaths::dataRoot();
     const auto calendar = Calendar::local();
-    makeLabels(DataPaths::labelsDB(root));
+    ReviewDraw::makeLabels(root);
     std::optional<ReviewSession> session;
     try {
       if (!draw.isNew) session = ReviewSession::resume(ReviewSession::Places::under(root), calendar);
@@ -365,21 +283,19 @@ int review(const Draw& draw) {
 int score(bool everything) {
   return withDataRoot([&] {
     const auto root = DataPaths::dataRoot();
-    makeLabels(DataPaths::labelsDB(root));
+    ReviewDraw::makeLabels(root);
     std::vector<ClassifierTick> ticks;
     if (fs::exists(DataPaths::checkerLog(root))) ticks = ClassifierLogReader::read(DataPaths::checkerLog(root));
-    const auto told = ReviewScore::score(LabelHistory::read(DataPaths::labelsDB(root)), ticks,
-                                         everything ? ReviewScore::Evidence::everything : ReviewScore::Evidence::blindRandom);
+    const auto evidence = everything ? ReviewScore::Evidence::everything : ReviewScore::Evidence::blindRandom;
+    const auto told = ReviewWords::of(ReviewScore::score(LabelHistory::read(DataPaths::labelsDB(root)), ticks, evidence), evidence);
     print(everything ? "all that was ever said, also after the verdict was seen: no estimate of how often it is right"
                      : "blind answers on random moments only");
-    print(fmt::format("{:<14} {:>9} {:>9} {:>9} {:>9} {:>9}", "state", "verdicts", "truths", "agreed", "precision", "recall"));
-    for (const auto& [state, of] : told.states)
-      print(fmt::format("{:<14} {:>9} {:>9} {:>9} {:>9} {:>9}", oneLine(state), of.verdicts, of.truths, of.agreed, percent(of.precision()),
-                        percent(of.recall())));
-    print(fmt::format("agreed: {} of {}", told.agreed, told.scored));
-    print(fmt::format("left out: {} where no state is the truth, {} without a verdict in the log, {} of other evidence; {} revision(s)",
-                      told.noTruth, told.noVerdict, told.otherEvidence, told.revisionsPassed));
-    if (!everything) print("rare states are drawn more often than they come, so recall and the total are of these moments, not of a day");
+    const auto row = [](const auto& cells) {
+      print(fmt::format("{:<14} {:>9} {:>9} {:>9} {:>9} {:>9}", cells[0], cells[1], cells[2], cells[3], cells[4], cells[5]));
+    };
+    row(ReviewWords::Score::headers);
+    for (auto cells : told.rows) cells[0] = oneLine(cells[0]), row(cells);
+    for (const auto& line : told.lines) print(line);
     return 0;
   });
 }

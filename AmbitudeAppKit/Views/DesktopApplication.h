@@ -1,14 +1,19 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include <QObject>
+#include <QTimer>
 
+#include "AmbitudeAppKit/AgentControl/SidebarHealthStrip.h"
+#include "AmbitudeAppKit/Stores/Appearance.h"
 #include "AmbitudeAppKit/Views/DayFeed.h"
 #include "AmbitudeAppKit/Views/DesktopNotifier.h"
 #include "AmbitudeAppKit/Views/Page.h"
 
+class QMenu;
 class QSystemTrayIcon;
 
 namespace halvo {
@@ -21,8 +26,12 @@ class DesktopApplication : public QObject {
   Q_OBJECT
 
  public:
+  struct Look {
+    Appearance appearance;                 ///< as `Theme` has it installed
+    std::filesystem::path appearanceFile;  ///< where a change is kept; empty: nowhere
+  };
   /// `more` are the pages behind the first two.
-  DesktopApplication(DayFeed::Config config, std::vector<PageEntry> more);
+  DesktopApplication(DayFeed::Config config, std::vector<PageEntry> more, Look look = {});
   ~DesktopApplication() override;
 
   MainWindow& window() { return *window_; }
@@ -31,17 +40,28 @@ class DesktopApplication : public QObject {
 
   /// Shows the window and brings it to the front.
   void show();
+  /// Makes the windows anew in another look, on the page that is shown, and keeps it for the next start.
+  void setAppearance(const Appearance& wanted);
 
  private:
+  void makeWindows();
   void makeTrayIcon();
   void notifyOfWords();
+  void lookAtHealth();
+  void showHealth();
 
+  Look look_;
+  std::vector<PageEntry> pages_;
   std::unique_ptr<DayFeed> feed_;
   std::unique_ptr<MainWindow> window_;
   std::unique_ptr<ConversationPopup> popup_;
+  std::unique_ptr<QMenu> trayMenu_;
   std::unique_ptr<QSystemTrayIcon> tray_;
   DesktopNotifier notifier_;
   std::int64_t notifiedUpToMs_ = 0;
+  SidebarHealthStrip::State health_;
+  QTimer healthPoll_;
+  BackgroundQueue queue_;
 };
 
 }  // namespace halvo

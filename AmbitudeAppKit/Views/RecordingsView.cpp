@@ -6,7 +6,6 @@
 #include <QComboBox>
 #include <QFrame>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -14,7 +13,6 @@
 #include <QVBoxLayout>
 
 #include "AmbitudeAppKit/Views/Background.h"
-#include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 #include "CaptureShared/Recording/Retention/RetentionPresets.h"
@@ -56,16 +54,7 @@ RecordingsView::RecordingsView(Operations operations, QWidget* parent) : Page(pa
   summary_ = Widgets::text();
   told_ = Widgets::text();
   told_->setVisible(false);
-  table_ = new QTableWidget(0, 4);
-  table_->setHorizontalHeaderLabels({tr("Hour"), tr("Size"), tr("Verdict"), tr("Reason")});
-  table_->setAccessibleName(tr("Recordings, each with what becomes of it"));
-  table_->horizontalHeader()->setStretchLastSection(true);
-  table_->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-  table_->verticalHeader()->hide();
-  table_->setEditTriggers(QAbstractItemView::NoEditTriggers);
-  table_->setSelectionBehavior(QAbstractItemView::SelectRows);
-  table_->setTabKeyNavigation(false);
-  table_->setMinimumHeight(Theme::scaled(200));
+  table_ = Widgets::table({tr("Hour"), tr("Size"), tr("Verdict"), tr("Reason")}, tr("Recordings, each with what becomes of it"));
   delete_ = Widgets::button(tr("Delete these now…"), [this] { apply(); });
   delete_->setObjectName("delete recordings");
   delete_->setEnabled(false);
@@ -98,18 +87,11 @@ void RecordingsView::showSettings(const RetentionSettings& settings) {
 void RecordingsView::show(const RecordingsPage& page) {
   summary_->setText(qt(page.refusal.empty() ? page.summary : page.refusal));
   Widgets::setWarning(summary_, !page.refusal.empty() && !page.isSwitchedOff);
-  table_->setRowCount(static_cast<int>(page.rows.size()));
-  for (int i = 0; i < table_->rowCount(); ++i) {
-    const auto& row = page.rows[static_cast<std::size_t>(i)];
-    const QString cells[] = {qt(row.display + " " + row.filename), qt(ModelProvisioning::humanBytes(row.bytes)),
-                             row.isToGo ? tr("to delete") : tr("kept"), qt(row.reason)};
-    for (int c = 0; c < 4; ++c) {
-      auto* item = new QTableWidgetItem(cells[c]);
-      if (row.isToGo) item->setForeground(Theme::current().bad);
-      table_->setItem(i, c, item);
-    }
-  }
-  table_->setVisible(!page.rows.empty());
+  std::vector<QStringList> rows;
+  for (const auto& row : page.rows)
+    rows.push_back({qt(row.display + " " + row.filename), qt(ModelProvisioning::humanBytes(row.bytes)), row.isToGo ? tr("to delete") : tr("kept"),
+                    qt(row.reason)});
+  Widgets::fill(table_, rows);
   delete_->setEnabled(page.toGo > 0);
 }
 

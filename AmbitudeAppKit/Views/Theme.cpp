@@ -13,7 +13,7 @@ Theme light() {
   Theme t;
   t.window = "#f6f5f2", t.surface = "#ffffff", t.raised = "#efede8", t.line = "#dcd9d2";
   t.text = "#23211e", t.muted = "#67625a", t.accent = "#2f5d8a", t.onAccent = "#ffffff";
-  t.good = "#3f7d4e", t.warning = "#8a5a00", t.bad = "#b0402c", t.quiet = "#6b5b95";
+  t.good = "#397548", t.warning = "#8a5a00", t.bad = "#b0402c", t.quiet = "#6b5b95";
   t.apps = {"#6c8ebf", "#82b366", "#d79b00", "#b85450", "#9673a6", "#4e9a9a", "#a08060", "#5f7f5f", "#c27ba0", "#7f8c9d"};
   return t;
 }
@@ -68,9 +68,10 @@ QString sheetOf(const Theme& t) {
     QLabel[muted="true"] { color: %muted; }
     QLabel[tone="warning"] { color: %warning; }
     QScrollBar:vertical { background: transparent; width: %q; margin: 0; }
-    QScrollBar::handle:vertical { background: %line; border-radius: 4px; min-height: %pp; }
-    QScrollBar::handle:vertical:hover { background: %muted; }
-    QScrollBar::add-line, QScrollBar::sub-line, QScrollBar::add-page, QScrollBar::sub-page { background: none; border: none; height: 0; }
+    QScrollBar:horizontal { background: transparent; height: %q; margin: 0; }
+    QScrollBar::handle { background: %line; border-radius: 4px; min-height: %pp; min-width: %pp; }
+    QScrollBar::handle:hover { background: %muted; }
+    QScrollBar::add-line, QScrollBar::sub-line, QScrollBar::add-page, QScrollBar::sub-page { background: none; border: none; width: 0; height: 0; }
     QTableView, QListView, QTreeView { background: %surface; border: 1px solid %line; border-radius: %r; gridline-color: %line; }
     QHeaderView::section { background: %raised; border: none; border-bottom: 1px solid %line; padding: %p; }
     QProgressBar { background: %raised; border: 1px solid %line; border-radius: %r; text-align: center; }
@@ -101,12 +102,19 @@ QString sheetOf(const Theme& t) {
 
 const Theme& Theme::current() { return installed; }
 
-void Theme::install(QApplication& application, Mode mode) {
+void Theme::install(QApplication& application, Mode mode, int textPercent) {
   // Asked before ours is set: the desktop's own palette tells what its user likes.
   static const bool desktopIsDark = application.palette().color(QPalette::Window).lightness() < 128;
+  static const QFont desktopFont = QApplication::font();
+  auto font = desktopFont;
+  if (font.pointSizeF() > 0)
+    font.setPointSizeF(font.pointSizeF() * textPercent / 100);
+  else
+    font.setPixelSize(font.pixelSize() * textPercent / 100);
   installed = mode == Mode::dark || (mode == Mode::automatic && desktopIsDark) ? dark() : light();
   QApplication::setStyle(QStyleFactory::create("Fusion"));
   QApplication::setPalette(paletteOf(installed));
+  QApplication::setFont(font);
   application.setStyleSheet(sheetOf(installed));
 }
 

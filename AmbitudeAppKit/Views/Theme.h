@@ -5,6 +5,8 @@
 #include <QColor>
 #include <QFont>
 
+#include "AmbitudeAppKit/Stores/Appearance.h"
+
 class QApplication;
 class QWidget;
 
@@ -12,7 +14,7 @@ namespace halvo {
 
 /// The colours and measures of every view. Contrast of text on its ground is 4.5 to 1 or more in both.
 struct Theme {
-  enum class Mode { automatic, light, dark };
+  using Mode = Appearance::Mode;
 
   bool isDark = false;
   QColor window, surface, raised, line;   ///< grounds from the back to the front, and what parts them
@@ -21,8 +23,9 @@ struct Theme {
   std::array<QColor, 10> apps;
 
   static const Theme& current();
-  /// Sets palette and style sheet; `automatic` follows the desktop's own palette.
-  static void install(QApplication& application, Mode mode);
+  /// Sets palette, style sheet and the size of text; `automatic` follows the desktop's own palette. Windows that are open take up the colours,
+  /// and the size when they are made anew.
+  static void install(QApplication& application, Mode mode, int textPercent = 100);
 
   /// A length given for text of ordinary size, grown with the user's text.
   static int scaled(int pixels);

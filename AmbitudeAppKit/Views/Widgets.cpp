@@ -1,11 +1,13 @@
 #include "AmbitudeAppKit/Views/Widgets.h"
 
 #include <QFrame>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLayoutItem>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QStyle>
+#include <QTableWidget>
 #include <QVBoxLayout>
 
 #include "AmbitudeAppKit/Views/Theme.h"
@@ -75,13 +77,35 @@ QFrame* card(QVBoxLayout*& column) {
   return frame;
 }
 
+QTableWidget* table(const QStringList& headers, const QString& description) {
+  auto* made = new QTableWidget(0, static_cast<int>(headers.size()));
+  made->setHorizontalHeaderLabels(headers);
+  made->setAccessibleName(description);
+  made->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+  made->horizontalHeader()->setStretchLastSection(true);
+  made->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+  made->verticalHeader()->hide();
+  made->setShowGrid(false);
+  made->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  made->setSelectionBehavior(QAbstractItemView::SelectRows);
+  made->setTabKeyNavigation(false);
+  made->setMinimumHeight(Theme::scaled(200));
+  return made;
+}
+
+void fill(QTableWidget* into, const std::vector<QStringList>& rows) {
+  into->setRowCount(static_cast<int>(rows.size()));
+  for (int i = 0; i < into->rowCount(); ++i)
+    for (int c = 0; c < into->columnCount(); ++c) into->setItem(i, c, new QTableWidgetItem(rows[static_cast<std::size_t>(i)].value(c)));
+  into->setVisible(!rows.empty());
+}
+
 QVBoxLayout* scrollingColumn(QWidget* page) {
   auto* outer = new QVBoxLayout(page);
   outer->setContentsMargins(0, 0, 0, 0);
   auto* area = new QScrollArea;
   area->setWidgetResizable(true);
   area->setFrameShape(QFrame::NoFrame);
-  area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   area->setFocusPolicy(Qt::NoFocus);
   auto* content = new QWidget;
   auto* column = new QVBoxLayout(content);

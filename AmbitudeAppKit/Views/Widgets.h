@@ -1,12 +1,17 @@
 #pragma once
 
 #include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include <QString>
+#include <QStringList>
 
 class QFrame;
 class QLabel;
 class QPushButton;
+class QTableWidget;
 class QVBoxLayout;
 class QWidget;
 
@@ -31,6 +36,10 @@ QPushButton* primary(const QString& label, std::function<void()> pressed, const 
 QPushButton* link(const QString& label, std::function<void()> pressed, const QString& description = {});
 /// A framed part of a page with a column in it.
 QFrame* card(QVBoxLayout*& column);
+/// A table to read: no editing, whole rows, the last column takes what is left.
+QTableWidget* table(const QStringList& headers, const QString& description);
+/// Puts rows into it; hidden while there are none.
+void fill(QTableWidget* table, const std::vector<QStringList>& rows);
 /// The column of a page: margins, and a scroll bar when the window is too small for it.
 QVBoxLayout* scrollingColumn(QWidget* page);
 /// Takes everything out of a layout and deletes it.

@@ -1,5 +1,6 @@
 #include "tests/support/InventedDay.h"
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -7,7 +8,9 @@
 #include "AmbitudeCore/Folds/CoachCorrectionsLog.h"
 #include "AmbitudeCore/Gate/GateDecisionLog.h"
 #include "AmbitudeCore/Memory/MemoryStore.h"
+#include "AmbitudeCore/Review/ReviewDraw.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
+#include "CaptureShared/EventLog/EventLogReader.h"
 #include "CaptureShared/EventLog/EventLogWriter.h"
 #include "CaptureShared/EventLog/JSONLAppend.h"
 #include "CaptureShared/Records/ClassifierTick.h"
@@ -133,6 +136,22 @@ void write(const std::filesystem::path& root, const Calendar& calendar) {
   writer.desktop();
   writer.conversation();
   writer.memory();
+  // Each program has just been at work.
+  for (const auto& sign : {DataPaths::frameTimestampsPath(0, root), DataPaths::classifierCadence(root), root / "io-layer/coach-driver.pid"}) {
+    std::filesystem::create_directories(sign.parent_path());
+    std::ofstream(sign) << "";
+  }
+}
+
+void leaveReview(const std::filesystem::path& root, const Calendar& calendar) {
+  std::vector<RampSampleSelector::Sample> samples;
+  for (auto& tick : ClassifierLogReader::read(DataPaths::checkerLog(root)))
+    if (tick.state == "NOT_ALIGNED" && samples.size() < 3) samples.push_back({.atMs = *tick.atMs(), .tick = std::move(tick)});
+  const GateDecisionRecord decision{.atMs = nowMs(calendar), .decision = "check_in", .summaryForCoach = "The video has gone on for ten minutes."};
+  for (auto& sample : samples) sample.decision = decision, sample.decision->atMs = sample.atMs;
+  ReviewDraw::makeLabels(root);
+  const auto batch = ReviewBatch::make(std::move(samples), RampSampleSelector::SamplingMode::verdictBlind, 7, nowMs(calendar));
+  ReviewSession(batch, ReviewSession::Places::under(root), calendar).answer(ReviewSession::Layer1Answer::rabbitHole, {}, nowMs(calendar));
 }
 
 }  // namespace halvo::test::InventedDay

@@ -13,5 +13,7 @@ std::int64_t nowMs(const Calendar& calendar);
 
 /// Samples, verdicts, gate decisions, events, memory, notes and corrections of that day up to `nowMs`.
 void write(const std::filesystem::path& root, const Calendar& calendar);
+/// A review of three of its moments, left where the first one's verdict was just revealed.
+void leaveReview(const std::filesystem::path& root, const Calendar& calendar);
 
 }  // namespace halvo::test::InventedDay

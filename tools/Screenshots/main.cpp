@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
   ::setenv("AMBITCHECK_TASK_FILE", (home.path() / "task").c_str(), 1);
   std::filesystem::create_directories(root / "io-layer");
   test::InventedDay::write(root, Calendar::local());
+  test::InventedDay::leaveReview(root, Calendar::local());
   QApplication application(argc, argv);
   QApplication::setFont(QFont("Inter", 10));
   QDir().mkpath(argv[1]);

@@ -3,10 +3,16 @@
 #include <atomic>
 #include <stdexcept>
 
+#include <fmt/format.h>
+
 #include "AmbitudeAppKit/Stores/BackgroundQueue.h"
+#include "AmbitudeAppKit/Stores/DiagnosticsReport.h"
+#include "AmbitudeAppKit/Stores/HistoryExport.h"
 #include "AmbitudeAppKit/Stores/PersonActions.h"
+#include "CaptureShared/Foundation/FileHandle.h"
 #include "tests/AmbitudeCore/Gate/GateScene.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace halvo {
 namespace {
@@ -54,6 +60,51 @@ TEST(BackgroundQueue, goesOnBehindAFailureAndStopsWhatRuns) {
   }
   EXPECT_TRUE(wasStopped);
   EXPECT_EQ(done, 2) << "what had not begun is dropped";
+}
+
+TEST(DiagnosticsReport, holdsNothingThatCameFromAPerson) {
+  const struct {
+    const char* line;
+    bool isKept;
+  } table[] = {
+      {"judged ON_TASK (0.86)", true},
+      {"judged ON_TASK (0.86) you write a letter", false},
+      {"standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)", true},
+      {"could not read /home/anna/data/io-layer/events.jsonl", false},
+      {"layer3 turn failed: HTTP 500 (failure 1 in a row, next try in 5 s)", false},
+      {"Signals runs", true},
+      {"Signals runs\r", false},
+      {"", false},
+  };
+  std::string log;
+  for (const auto& c : table) {
+    EXPECT_EQ(DiagnosticsReport::isMechanical(c.line), c.isKept) << c.line;
+    log += std::string(c.line) + "\n";
+  }
+  const std::vector<DiagnosticsReport::Log> logs{{"A.log", log}};
+  const auto report = DiagnosticsReport::render({.version = "1", .system = "Linux", .writtenAt = "now"}, logs, 2);
+  EXPECT_EQ(report, "Halvo diagnostics, now\nversion 1\nLinux\n\nA.log: 3 line(s) of a known shape, 4 left out\n"
+                    "  standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)\n  Signals runs\n");
+}
+
+TEST(HistoryExport, copiesTheStretchAndLeavesNothingHalf) {
+  const test::TemporaryFolder folder;
+  const auto root = folder.path() / "data", out = folder.path() / "out";
+  std::string rows;
+  for (int hour = 8; hour < 12; ++hour)
+    rows += fmt::format("{{\"ts_ms\":{},\"kind\":\"event\",  \"type\":\"x\",\"detail\":{{}},\"source\":\"s\"}}\n", at(hour, 0));
+  folder.write("data/io-layer/events.jsonl", rows + "broken\n");
+  const HistoryExport::Choice choice{.fromMs = at(9, 0), .toMs = at(10, 0), .withSamples = true};
+  const auto written = HistoryExport::write(choice, root, out);
+  ASSERT_EQ(written.size(), 4u);
+  EXPECT_EQ(written[0].rows, 2);
+  EXPECT_EQ(readFile(out / "events.jsonl"), rows.substr(rows.size() / 4, rows.size() / 2)) << "byte for byte";
+  EXPECT_EQ(readFile(out / "samples.csv"), "ts_ms,app,browser_title,idle_sec\n");
+  EXPECT_THROW(HistoryExport::write(choice, root, out), std::system_error) << "what is there is never written over";
+  EXPECT_EQ(readFile(out / "events.jsonl").size(), rows.size() / 2);
+  folder.write("data/signals.sqlite", "this is no database, and what was written before that is taken away again");
+  EXPECT_ANY_THROW(HistoryExport::write(choice, root, folder.path() / "other"));
+  EXPECT_FALSE(std::filesystem::exists(folder.path() / "other"));
 }
 
 }  // namespace

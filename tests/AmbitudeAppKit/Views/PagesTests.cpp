@@ -8,7 +8,9 @@
 #include <QTimer>
 
 #include "AmbitudeAppKit/Stores/Corrections.h"
+#include "AmbitudeAppKit/Stores/OwnDenylist.h"
 #include "AmbitudeCore/Folds/CoachPreferences.h"
+#include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
 #include "tests/AmbitudeAppKit/Views/WindowScene.h"
 #include "tests/support/InventedDay.h"
@@ -34,7 +36,7 @@ class PagesTest : public test::WindowScene {
     return nullptr;
   }
   /// Presses a button and answers the question that it asks.
-  static void pressAndAnswer(QPushButton* press, const QString& answer) {
+  static void pressAndAnswer(QPushButton* asked, const QString& answer) {
     QTimer::singleShot(200, [answer] {
       auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
       ASSERT_NE(box, nullptr);
@@ -42,7 +44,7 @@ class PagesTest : public test::WindowScene {
         if (choice->text() == answer) return choice->click();
       box->reject();
     });
-    QTest::mouseClick(press, Qt::LeftButton);
+    press(asked);
   }
 };
 
@@ -53,9 +55,9 @@ TEST_F(PagesTest, memoryIsShownTaughtAndForgotten) {
   ASSERT_TRUE(shows(page, "don't ask what my first step is"));
   auto* note = page.findChild<QPlainTextEdit*>("note coach");
   QTest::keyClicks(note, "be blunt");
-  QTest::mouseClick(button(page, "Save notes"), Qt::LeftButton);
+  press(button(page, "Save notes"));
   EXPECT_TRUE(eventually([&] { return CoachPreferencesStore::read(root).coachInstructions == "be blunt"; }));
-  QTest::mouseClick(button(page, "Delete"), Qt::LeftButton);
+  press(button(page, "Delete"));
   EXPECT_TRUE(eventually([&] { return shows(page, "Nothing yet. Tell Lark"); }));
   EXPECT_TRUE(Corrections::list(root).empty());
 
@@ -71,19 +73,42 @@ TEST_F(PagesTest, retentionIsChosenPreviewedAndApplied) {
   std::filesystem::last_write_time(old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(9'000));
   auto& page = openPage("Recordings");
   auto* days = page.findChild<QComboBox*>("keep for");
-  auto* press = page.findChild<QPushButton*>("delete recordings");
+  auto* erase = page.findChild<QPushButton*>("delete recordings");
   EXPECT_TRUE(eventually([&] { return shows(page, "Retention is off"); }));
   days->setFocus();
   for (int i = 0; i < 3; ++i) QTest::keyClick(days, Qt::Key_Down);  // a day, three, a week
   const auto settings = RetentionSettingsStore::path(processEnvironment());
   EXPECT_TRUE(eventually([&] { return VideoRetention::days(RetentionSettingsStore::read(settings).policy) == 7; }));
-  ASSERT_TRUE(eventually([&] { return press->isEnabled() && shows(page, "to delete: 1 file(s), 2 MB"); }));
+  ASSERT_TRUE(eventually([&] { return erase->isEnabled() && shows(page, "to delete: 1 file(s), 2 MB"); }));
   EXPECT_EQ(page.findChild<QTableWidget*>()->item(0, 3)->text(), "over 1 week old");
-  pressAndAnswer(press, "Cancel");
+  pressAndAnswer(erase, "Cancel");
   EXPECT_TRUE(std::filesystem::exists(old));
-  pressAndAnswer(press, "Delete");
+  pressAndAnswer(erase, "Delete");
   EXPECT_TRUE(eventually([&] { return shows(page, "deleted: 1 file(s), 2 MB freed"); }));
   EXPECT_FALSE(std::filesystem::exists(old));
+}
+
+TEST_F(PagesTest, theDenylistIsKeptAndCallsAreToldApart) {
+  TurnUsageRecordLog::append(TurnUsageRecord{.atMs = 1, .layer = "gate", .promptTokens = 7}, TurnUsageRecordLog::defaultURL(root));
+  TurnUsageRecordLog::append(TurnUsageRecord{.atMs = 2, .layer = "coach", .provider = "Northwind", .promptTokens = 900},
+                             TurnUsageRecordLog::defaultURL(root));
+  auto& page = openPage("Privacy");
+  auto* calls = page.findChild<QTableWidget*>();
+  ASSERT_TRUE(eventually([&] { return calls->rowCount() == 2; }));
+  EXPECT_EQ(calls->item(0, 2)->text().toStdString(), "Northwind") << "newest first";
+  EXPECT_EQ(calls->item(1, 2)->text().toStdString(), "the local model, or a service that gave no name");
+  auto* list = page.findChild<QPlainTextEdit*>("denylist");
+  EXPECT_TRUE(list->toPlainText().contains("1Password"));
+  list->selectAll();
+  QTest::keyClicks(list, " Diary, Vault ");
+  press(button(page, "Save list"));
+  EXPECT_TRUE(eventually([&] { return shows(page, "Saved."); }));
+  EXPECT_EQ(readFile(OwnDenylist::file(processEnvironment())), "AMBITCAP_DENYLIST=\"Diary,Vault\"\n");
+  EXPECT_TRUE(eventually([&] { return !list->document()->isModified(); }));
+  QTest::keyClicks(list, ", $HOME");
+  press(button(page, "Save list"));
+  EXPECT_TRUE(eventually([&] { return shows(page, "this name can't be kept: $HOME"); }));
+  EXPECT_EQ(OwnDenylist::read(processEnvironment()), (std::vector<std::string>{"Diary", "Vault"}));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <QApplication>
 #include <QLabel>
+#include <QPushButton>
 #include <QTest>
 
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
@@ -30,14 +31,19 @@ class WindowScene : public testing::Test {
     static const XServer server;
     ::setenv("DISPLAY", server.display().c_str(), 1);
     ::setenv("QT_QPA_PLATFORM", "xcb", 1);
-    ::setenv("HOME", folder.path().c_str(), 1);
+    // One home for all: a process has one, and keeps what it read from there.
+    static const TemporaryFolder home;
+    for (const auto* folderOfTheirs : {"Library", ".config"}) std::filesystem::remove_all(home.path() / folderOfTheirs);
+    ::unsetenv("XDG_CONFIG_HOME");
+    ::setenv("HOME", home.path().c_str(), 1);
     ::setenv("AMBITCAP_DATA_ROOT", root.c_str(), 1);
     ::setenv("AMBITCHECK_TASK_FILE", (folder.path() / "task").c_str(), 1);
     std::filesystem::create_directories(root / "io-layer");
     static int arguments = 1;
     static char name[] = "test", *argument[] = {name, nullptr};
-    static QApplication application(arguments, argument);
-    Theme::install(application, Theme::Mode::light);
+    // Never destroyed: by the time statics are, Qt's own are gone.
+    static auto* application = new QApplication(arguments, argument);
+    Theme::install(*application, Theme::Mode::light);
   }
 
   void open() {
@@ -53,6 +59,12 @@ class WindowScene : public testing::Test {
     for (const auto* label : widget.findChildren<QLabel*>())
       if (label->isVisible() && label->text().contains(words)) return true;
     return false;
+  }
+  /// Presses a button by the keyboard, wherever the page is scrolled to.
+  static void press(QPushButton* button) {
+    ASSERT_NE(button, nullptr);
+    button->setFocus();
+    QTest::keyClick(button, Qt::Key_Space);
   }
   std::vector<EventLogEvent> rows(std::string_view type) const {
     std::vector<EventLogEvent> found;

@@ -1,0 +1,148 @@
+// Every page for whoever can't see it, has no mouse, or needs large letters.
+
+#include <cmath>
+#include <set>
+
+#include <QAbstractButton>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QScrollArea>
+
+#include "AmbitudeAppKit/Views/SetupView.h"
+#include "tests/AmbitudeAppKit/Views/WindowScene.h"
+#include "tests/support/InventedDay.h"
+
+namespace halvo {
+namespace {
+
+/// Contrast of two colours, from 1 to 21, as WCAG 2 has it.
+double contrast(const QColor& a, const QColor& b) {
+  const auto luminance = [](const QColor& color) {
+    const auto linear = [](double c) { return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
+  };
+  const auto [dark, light] = std::minmax({luminance(a), luminance(b)});
+  return (light + 0.05) / (dark + 0.05);
+}
+
+std::string nameOf(const QWidget* widget) {
+  auto name = widget->accessibleName();
+  if (const auto* button = qobject_cast<const QAbstractButton*>(widget); button && name.isEmpty()) name = button->text();
+  return name.toStdString();
+}
+
+std::string describe(const QWidget* widget) {
+  std::string words = widget->metaObject()->className() + std::string(" \"") + widget->objectName().toStdString() + "\" " + nameOf(widget);
+  if (const auto* label = qobject_cast<const QLabel*>(widget)) words += label->text().toStdString();
+  return words;
+}
+
+class AccessibilityTest : public test::WindowScene {
+ protected:
+  /// Opens the window on the invented day and calls `check` on each page.
+  void onEachPage(const std::function<void(MainWindow&)>& check) {
+    test::InventedDay::write(root, Calendar::local());
+    open();
+    for (int i = 0; i < desktop->window().pageCount(); ++i) {
+      auto& window = desktop->window();
+      window.showPage(i);
+      QTest::qWait(400);  // the page reads its files
+      SCOPED_TRACE(window.page(i)->accessibleName().toStdString());
+      check(window);
+    }
+  }
+  static bool takesTab(const QWidget* widget) {
+    return widget->isVisible() && widget->isEnabled() && (widget->focusPolicy() & Qt::TabFocus) && !widget->focusProxy() &&
+           !widget->objectName().startsWith("qt_");
+  }
+  static void expectRoom(QWidget& window) {
+    for (auto* widget : window.findChildren<QWidget*>()) {
+      const auto* label = qobject_cast<QLabel*>(widget);
+      const bool isControl = qobject_cast<QAbstractButton*>(widget) || qobject_cast<QComboBox*>(widget) || qobject_cast<QLineEdit*>(widget);
+      if (!widget->isVisible() || (!isControl && !(label && !label->text().isEmpty())) || widget->objectName().startsWith("qt_")) continue;
+      if (label && label->wordWrap()) {
+        EXPECT_GE(label->height(), label->heightForWidth(label->width())) << describe(widget);
+      } else if (!qobject_cast<QLineEdit*>(widget)) {
+        EXPECT_GE(widget->width(), widget->sizeHint().width()) << describe(widget);
+      }
+      EXPECT_GE(widget->width(), widget->minimumSizeHint().width()) << describe(widget);
+      // What doesn't fit can be scrolled to, and all else is on the window.
+      const QWidget* ground = &window;
+      for (auto* above = widget->parentWidget(); above; above = above->parentWidget())
+        if (auto* area = qobject_cast<QScrollArea*>(above)) {
+          if (area->horizontalScrollBarPolicy() == Qt::ScrollBarAlwaysOff) {
+            EXPECT_LE(area->widget()->width(), area->viewport()->width());
+          }
+          ground = area->widget();
+          break;
+        }
+      EXPECT_TRUE(ground->rect().contains(QRect(widget->mapTo(ground, QPoint(0, 0)), widget->size()))) << describe(widget);
+    }
+  }
+};
+
+TEST_F(AccessibilityTest, everyControlHasANameAndTabReachesIt) {
+  onEachPage([](MainWindow& window) {
+    std::set<const QWidget*> wanted, reached;
+    for (auto* widget : window.findChildren<QWidget*>())
+      if (takesTab(widget)) {
+        EXPECT_FALSE(nameOf(widget).empty()) << describe(widget);
+        wanted.insert(widget);
+      }
+    window.findChild<QListWidget*>("pages")->setFocus();
+    for (int i = 0; i < 150; ++i) {
+      reached.insert(QApplication::focusWidget());
+      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    }
+    for (const auto* widget : wanted) EXPECT_TRUE(reached.contains(widget)) << describe(widget);
+  });
+}
+
+TEST_F(AccessibilityTest, largeTextLosesNothing) {
+  Theme::install(*qApp, Theme::Mode::light, 200);
+  onEachPage([](MainWindow& window) {
+    window.resize(1000, 700);
+    QTest::qWait(100);
+    expectRoom(window);
+  });
+  for (const auto state : {DataRootSetup::State::unconfigured, DataRootSetup::State::away}) {
+    SetupView setup({.state = [=] { return state; }, .carryOut = [](auto&) {}}, "/a/folder", state);
+    setup.resize(600, 500);
+    setup.show();
+    QTest::qWait(100);
+    expectRoom(setup);
+  }
+}
+
+TEST_F(AccessibilityTest, anotherLookIsTakenUpAtOnceAndKept) {
+  const auto file = folder.path() / "appearance.json";
+  desktop = std::make_unique<DesktopApplication>(DayFeed::Config{.root = root, .nowMs = Clock::system().nowMs}, Pages::all(desktopNeeds()),
+                                                 DesktopApplication::Look{{}, file});
+  desktop->show();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&desktop->window()));
+  desktop->window().showPage(2);
+  const auto before = QFontMetrics(QApplication::font()).height();
+  QTest::keyClick(&desktop->window(), Qt::Key_Plus, Qt::ControlModifier);
+  EXPECT_TRUE(eventually([&] { return Appearance::read(file) == Appearance{.textPercent = 125}; }));
+  EXPECT_GT(QFontMetrics(QApplication::font()).height(), before);
+  EXPECT_EQ(desktop->window().currentPage(), 2);
+  desktop->setAppearance({.mode = Appearance::Mode::dark});
+  EXPECT_TRUE(Theme::current().isDark);
+  EXPECT_EQ(QFontMetrics(QApplication::font()).height(), before);
+  EXPECT_TRUE(eventually([&] { return shows(desktop->window(), "Capture has not been at work yet"); })) << "the health line stands in the new one too";
+}
+
+TEST_F(AccessibilityTest, textStandsOutFromItsGround) {
+  for (const auto mode : {Theme::Mode::light, Theme::Mode::dark}) {
+    Theme::install(*qApp, mode);
+    const auto& t = Theme::current();
+    for (const auto& ground : {t.window, t.surface, t.raised})
+      for (const auto& ink : {t.text, t.muted, t.accent, t.warning, t.bad, t.good, t.quiet})
+        EXPECT_GE(contrast(ink, ground), 4.5) << ink.name().toStdString() << " on " << ground.name().toStdString();
+    EXPECT_GE(contrast(t.onAccent, t.accent), 4.5);
+  }
+}
+
+}  // namespace
+}  // namespace halvo
