@@ -6,9 +6,12 @@
 
 #include <fcntl.h>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Foundation/Clock.h"
+#include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Recording/Supervision/CapturerExit.h"
 #include "CaptureShared/Recording/VideoArchiveKeyStore.h"
 #include "Platform/Linux/LinuxArchiveKeyBackend.h"
@@ -40,7 +43,8 @@ class CapturerProgramTest : public testing::Test {
   }
   SymmetricKey makeKey() {
     auto secrets = LinuxArchiveKeyBackend::forAccount(environment(""));
-    return VideoArchiveKeyStore(secrets).loadOrRotate({.trustedApplicationPaths = {fs::canonical(program)}, .includeSelf = true, .nowMs = 1}).key;
+    const std::vector<fs::path> readers{fs::canonical(program), fs::canonical(fs::path(HALVO_BIN) / "halvo")};
+    return VideoArchiveKeyStore(secrets).loadOrRotate({.trustedApplicationPaths = readers, .includeSelf = true, .nowMs = 1}).key;
   }
   test::ChildProcess start(const Environment& world) const {
     const FileHandle log(::open((folder.path() / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
@@ -126,6 +130,34 @@ TEST_F(CapturerProgramTest, endsInASecondWithItsFileClosedAndNoEncoderLeft) {
   EXPECT_LT(Clock::system().nowMs() - before, 1'000);
   const Footage footage(root, key);
   EXPECT_EQ(footage.frames(), footage.rows().back().frameIndexInSession.value() + 1) << "the last frame has its row";
+}
+
+TEST_F(CapturerProgramTest, aMomentIsFoundAsAPictureAndAsAFileThatPlays) {
+  const test::XServer x({.width = 640, .height = 360});
+  const test::TestWindow window(x.display(), {.title = "clock", .className = "Clock", .x = 40, .y = 60, .width = 560, .height = 240,
+                                              .isOverrideRedirect = true, .text = "1023", .textScale = 4});
+  const auto key = makeKey();
+  const auto world = environment(x.display());
+  auto capturer = start(world);
+  ASSERT_TRUE(eventually([&] { return fs::exists(root / "video/display-0/frame_timestamps.csv") && Footage(root, key).rows().size() >= 4; }, 20));
+  capturer.signal(SIGTERM);
+  EXPECT_EQ(capturer.wait(5), 0);
+  const auto at = Calendar::named("America/New_York").fields(Footage(root, key).rows()[2].realTsMs);
+  const auto moment = fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", at.year, at.month, at.day, at.hour, at.minute, at.second);
+  const auto halvo = [&](std::vector<std::string> words) {
+    return test::ChildProcess(std::string(HALVO_BIN) + "/halvo", words, world).wait(30);
+  };
+  const auto picture = folder.path() / "moment.png", film = folder.path() / "moment.mp4";
+  ASSERT_EQ(halvo({"frame", moment, "-o", picture}), 0);
+  EXPECT_EQ(fs::status(picture).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  const auto outcome = TesseractRecognizer().recognize(readFile(picture), 20, {});
+  const auto* text = std::get_if<TextRecognizer::Recognized>(&outcome);
+  EXPECT_TRUE(text && text->text.find("1023") != std::string::npos) << (text ? text->text : "nothing");
+  ASSERT_EQ(halvo({"play", moment, "-o", film}), 0);
+  EXPECT_EQ(test::ChildProcess("/usr/bin/ffprobe", {"-v", "error", film.string()}, world).wait(20), 0);
+  EXPECT_EQ(halvo({"frame", "2001-01-01 00:00", "-o", folder.path() / "none.png"}), 1);
+  EXPECT_FALSE(fs::exists(folder.path() / "none.png"));
+  EXPECT_TRUE(fs::is_empty(folder.path() / "tmp")) << "both clean up behind themselves";
 }
 
 }  // namespace
