@@ -1,117 +1,27 @@
-// The desktop application. `--dump` prints what the system believes and ends.
+// The desktop application's start. `--dump` prints what the system believes and ends; the window is a program beside this one, so that a dump
+// loads none of its libraries.
+#include <cerrno>
 #include <cstdio>
-#include <exception>
-#include <memory>
+#include <cstring>
+#include <string>
+#include <vector>
 
-#include <QApplication>
+#include <unistd.h>
 
 #include "AmbitudeAppKit/Entry/AppEntryPoint.h"
-#include "AmbitudeAppKit/Live/TerminalChat.h"
-#include "AmbitudeAppKit/Stores/Appearance.h"
-#include "AmbitudeAppKit/Stores/BackgroundQueue.h"
-#include "AmbitudeAppKit/Views/DesktopApplication.h"
-#include "AmbitudeAppKit/Views/DesktopSession.h"
-#include "AmbitudeAppKit/Views/SingleApplication.h"
-#include "AmbitudeAppKit/Views/Theme.h"
-#include "AmbitudeAppKit/Views/Widgets.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
-#include "CaptureShared/DataRoot/DataPaths.h"
-#include "CaptureShared/Foundation/Clock.h"
-#include "CaptureShared/Foundation/TerminationSignals.h"
-#include "Platform/Linux/XScreenCapture.h"
-#include "app/ArchiveKey.h"
-#include "app/DesktopNeeds.h"
-
-namespace {
-
-using namespace halvo;
-
-/// After the set-up all agents begin; any other start goes on with what an older installation, an update or a broken-off move left.
-void startAgents(AgentActions& agents, bool isNew) {
-  const auto tell = [](const AgentActions::Told& told) {
-    std::fprintf(stderr, "%s: %s %s\n", told.agent ? label(*told.agent).c_str() : "agents", told.words.c_str(), told.detail.c_str());
-  };
-  if (!isNew) return agents.start(tell);
-  std::vector<BackgroundAgent> all;
-  for (const auto& agent : backgroundAgents) all.push_back(agent.agent);
-  agents.install(all, tell);
-}
-
-std::unique_ptr<DesktopApplication> makeApplication(const std::shared_ptr<AgentPlace>& agents, const DesktopApplication::Look& look) {
-  try {
-    DataPaths::ensureSubdirsExist();
-  } catch (const std::exception& error) {
-    // What was recorded can be looked at all the same; a change that can't be written says so itself.
-    std::fprintf(stderr, "%s\n", error.what());
-  }
-  return std::make_unique<DesktopApplication>(DayFeed::Config{.root = DataPaths::dataRoot(), .nowMs = Clock::system().nowMs},
-                                              Pages::all(desktopNeeds(agents)), look);
-}
-
-/// Absent when nobody can tell: two windows do less harm than none.
-std::unique_ptr<SingleApplication> claim(const Environment& environment) {
-  try {
-    return std::make_unique<SingleApplication>(SingleApplication::folder(environment));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s\n", error.what());
-    return nullptr;
-  }
-}
-
-bool hasDisplay(const Environment& environment) {
-  if (value(environment, "QT_QPA_PLATFORM")) return true;  // whoever names a platform knows theirs
-  try {
-    XScreenCapture(value(environment, "DISPLAY")).displays();
-    return true;
-  } catch (const ScreenCaptureError&) {
-    return false;
-  }
-}
-
-/// Without a display: the conversation in the terminal it was started from.
-void converseInTerminal() {
-  std::fputs("no display, so no window\n", stderr);
-  if (!DataPaths::ensureSubdirsExist()) {
-    std::fprintf(stderr, "%s\n", DataPaths::dataRootUnavailableReason().c_str());
-    return;
-  }
-  const TerminationSignals ending;
-  TerminalChat({.dataRoot = DataPaths::dataRoot(), .processName = "AmbitudeApp"}, Calendar::local()).run(ending.token());
-}
-
-void mainLoop(int& argc, char** argv) {
-  const auto environment = processEnvironment();
-  if (!hasDisplay(environment)) return converseInTerminal();
-  const auto single = claim(environment);
-  if (single && !single->isFirst()) {
-    if (!single->askFirst()) std::fputs("Halvo runs already and does not answer\n", stderr);
-    return;
-  }
-  QApplication application(argc, argv);
-  QApplication::setApplicationName("halvo");
-  QApplication::setApplicationDisplayName("Halvo");
-  QApplication::setDesktopFileName("halvo");
-  const auto appearanceFile = Appearance::path(environment);
-  const auto appearance = Appearance::read(appearanceFile);
-  Theme::install(application, appearance.mode, appearance.textPercent);
-  const bool isNew = DataRootSetup::state() == DataRootSetup::State::unconfigured;
-  const auto agents = std::make_shared<AgentPlace>();
-  BackgroundQueue startup;
-  startup.post([](const std::stop_token&) { ArchiveKey::provision(); });
-  DesktopSession session({.setup = setupOperations(),
-                          .offeredRoot = Widgets::qt(DataPaths::defaultRootForNewInstall().string()),
-                          .application = [&] {
-                            startup.post([agents, isNew](const std::stop_token&) { startAgents(agents->actions(), isNew); });
-                            return makeApplication(agents, {.appearance = appearance, .appearanceFile = appearanceFile});
-                          }});
-  session.show();
-  if (single) single->listen([&] { session.show(); });
-  QApplication::exec();
-}
-
-}  // namespace
+#include "CaptureShared/Foundation/ExecutablePath.h"
 
 int main(int argc, char** argv) {
-  halvo::AgentUmask::apply();
-  halvo::AppEntryPoint::run({argv + 1, argv + argc}, [&] { mainLoop(argc, argv); });
+  using namespace halvo;
+  AgentUmask::apply();
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (AppEntryPoint::mode(arguments) == AppEntryPoint::Mode::application) {
+    // Before anything touches the environment: the window's program reads it as it was given.
+    const auto window = ExecutablePath::siblingDirectory(ExecutablePath::resolveSelf()) / "AmbitudeWindow";
+    ::execv(window.c_str(), argv);
+    std::fprintf(stderr, "%s: %s\n", window.c_str(), std::strerror(errno));
+    return 0;
+  }
+  AppEntryPoint::run(arguments, [] {});
 }

@@ -146,6 +146,7 @@ std::vector<fs::path> VideoArchiveKeyStore::trustedApplicationPaths(const fs::pa
   };
   for (const auto name : trustedExecutableNames) consider(name);
   consider(appBundleExecutableName);
+  if (appBundleExecutableName == applicationName) consider(applicationWindowName);
   consider(trustedCommandName);
   return paths;
 }

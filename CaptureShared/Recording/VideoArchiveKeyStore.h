@@ -86,8 +86,8 @@ class VideoArchiveKeyStore {
                                                                     std::string_view appBundleExecutableName);
   /// The same for the folder of this program; absent when it has no path.
   static std::optional<std::vector<std::filesystem::path>> trustedApplicationPathsForCurrentBundle();
-  /// The application's program.
-  static constexpr std::string_view applicationName = "AmbitudeApp";
+  /// The application's program, and the one that it becomes to show its window.
+  static constexpr std::string_view applicationName = "AmbitudeApp", applicationWindowName = "AmbitudeWindow";
 
  private:
   using Creator = std::function<SymmetricKey(const ArchiveKeyBackend::Item&)>;
