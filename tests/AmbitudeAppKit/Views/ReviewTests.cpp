@@ -79,7 +79,6 @@ TEST_F(ReviewTest, theClipGoesWithThePageAndAnAnswerIsChanged) {
   key(page, Qt::Key_1);
   ASSERT_TRUE(eventually([&] { return shows(page, "You said: on task"); }));
   EXPECT_FALSE(labels().back().answeredBlind.value_or(true));
-  if (getenv("RP_SHOT")) { page.grab().save("/tmp/reviewpage/clip.png"); key(page, Qt::Key_S); eventually([&]{return shows(page,"Was the gate");}); key(page, Qt::Key_1); eventually([&]{return shows(page,"What was");}); eventually([&]{return false;}, 700); page.grab().save("/tmp/reviewpage/blind.png"); }
 }
 
 TEST_F(ReviewTest, threeMomentsByKeyboardLeftAndResumed) {
