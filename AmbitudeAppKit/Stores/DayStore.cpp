@@ -1,5 +1,6 @@
 #include "AmbitudeAppKit/Stores/DayStore.h"
 
+#include <cstdlib>
 #include <limits>
 #include <system_error>
 
@@ -92,6 +93,8 @@ bool DayStore::follow(Feed<Row>& feed) {
 
 bool DayStore::sample(std::int64_t nowMs) {
   constexpr int atMost = 200'000;  // three days and more
+  if (std::abs(nowMs - sampleLookedMs_) < sampleLookMs) return false;
+  sampleLookedMs_ = nowMs;
   std::error_code none;
   if (!std::filesystem::exists(DataPaths::signalsDB(root_), none)) return false;
   try {

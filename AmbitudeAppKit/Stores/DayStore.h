@@ -27,6 +27,8 @@ class DayStore {
   };
   static constexpr std::int64_t sampleEveryMs = 6'000;  ///< less than a sample may stand for
 
+  static constexpr std::int64_t sampleLookMs = 5'000;  ///< between two looks at the database, which costs an opening
+
   DayStore(std::filesystem::path root, std::int64_t fromMs);
 
   /// Reads what came since the last call; whether anything did. A file that is missing has no rows; one that can't be read keeps what it had,
@@ -58,7 +60,7 @@ class DayStore {
   Feed<ClassifierTick> ticks_;
   Feed<GateDecisionRecord> decisions_;
   std::vector<ActivityTimeline::Sample> samples_;
-  std::int64_t sampledUpToMs_;
+  std::int64_t sampledUpToMs_, sampleLookedMs_ = 0;
   std::optional<std::string> trouble_;
 };
 

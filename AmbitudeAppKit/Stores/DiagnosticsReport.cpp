@@ -13,42 +13,40 @@ namespace halvo::DiagnosticsReport {
 
 namespace {
 
-/// Whole lines. A part that could hold a path, a title, a reason or a model's words is in none of them: numbers, our own names and fixed
-/// words only.
+/// What follows the time, if a line has one. A part that could hold a path, a title, a reason or a model's words is in none of them: numbers, our own
+/// names and fixed words only. What was judged and why the coach held back is left out too: it tells of the person.
 constexpr std::string_view shapes[] = {
     R"(Signals samples every \d+ ms)",
-    R"(Signals ends)",
     R"(Capturer records at \d+ frames a second)",
-    R"(Capturer ends)",
     R"(Supervisor keeps Signals and Capturer running)",
-    R"(Supervisor ends)",
-    R"((Signals|Capturer) runs)",
-    R"((Signals|Capturer) ended with \d+; next start in [\d.]+ s)",
+    R"((?:Signals|Capturer|Supervisor) ends)",
+    R"((?:Signals|Capturer) runs)",
+    R"((?:Signals|Capturer) ended with -?\d+; started again in [\d.e+]+ s)",
     R"(recording again)",
     R"(Retention: \d+ file\(s\) deleted, \d+ bytes freed, \d+ failed)",
+    R"(classifier started: model [\w.:/-]+, a look every [\d.]+ s, judgments \d+ to \d+ s apart)",
     R"(classifier stopped)",
     R"(the local model answers again)",
-    R"(judged (ON_TASK|NOT_ALIGNED|IDLE|NO_TASK|ABSTAINED) \(\d\.\d\d\))",
     R"(layer3: another CoachDriver runs on this data root; this one ends)",
     R"(layer3: the coach ends)",
     R"(layer3: a call was given up because they said something)",
-    R"(layer3 (gate|coach|pattern) usage: \d+ call\(s\), prompt \d+[^"/]{0,60}, completion \d+[^"/]{0,120})",
+    // Counts, a provider's and a model's name: the whole line is made of nothing else.
+    R"(layer3 [a-z ]{1,20} usage: [\w .,:;%$()/-]+)",
     R"(Vision OCR timed out after \d+s — abandoning the request and judging without OCR text)",
     R"(discarded negative/same-day-mismatched estimate: -?[\d.]+)",
     R"(  facts: \d+, lessons: \d+)",
     R"(\d+ digest\(s\) on disk, \d+ period\(s\) pending)",
     R"(standing memory: \d+ thread\(s\), \d+ fact\(s\), \d+ lesson\(s\))",
-    R"(period \d+ of \d+ \([\dTZ:-]+\)[^"/]{0,40})",
     R"(no new digests -- standing memory is SALVAGED, regenerating to repair it)",
     R"(\[lark\] #987: video archive key ready)",
-    R"((events|ticks): skipped \d+ complete line\(s\) that did not decode \(same as the full reader; counted here so it is not silent\))",
+    R"((?:events|ticks): skipped \d+ complete line\(s\) that did not decode \(same as the full reader; counted here so it is not silent\))",
 };
 
 const Regex& anyShape() {
   static const Regex whole = [] {
-    std::string pattern = "^(?:";
-    for (const auto shape : shapes) pattern += (pattern.size() > 4 ? "|" : "") + std::string(shape);
-    return Regex(pattern + ")\\z");
+    std::string pattern;
+    for (const auto shape : shapes) pattern += (pattern.empty() ? "" : "|") + std::string(shape);
+    return Regex(R"(^(?:\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ )?(?:)" + pattern + R"()\z)");
   }();
   return whole;
 }

@@ -131,6 +131,7 @@ const std::vector<Entry>& supplementary() {
       file("signals-stale-note.json", "SignalsStaleNoteStore"),
       file("capture-removal-intent.json", "CaptureRemovalIntentStore"),
       file("coach-corrections.jsonl.lock", "CoachCorrections"),
+      file("review-batch.json", "ReviewBatch"),
       // What a rewrite that was killed left behind.
       {Pattern{".coach-feedback-", ""}, File{}, "CoachFeedbackWriter"},
       // A database that could not be opened is set aside under such a name and never deleted by anyone but its owner.

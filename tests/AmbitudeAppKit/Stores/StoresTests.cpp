@@ -9,6 +9,7 @@
 #include "AmbitudeAppKit/Stores/DiagnosticsReport.h"
 #include "AmbitudeAppKit/Stores/HistoryExport.h"
 #include "AmbitudeAppKit/Stores/PersonActions.h"
+#include "AmbitudeCore/Backends/TurnUsageLog.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "tests/AmbitudeCore/Gate/GateScene.h"
 #include "tests/support/Eventually.h"
@@ -63,27 +64,33 @@ TEST(BackgroundQueue, goesOnBehindAFailureAndStopsWhatRuns) {
 }
 
 TEST(DiagnosticsReport, holdsNothingThatCameFromAPerson) {
+  const auto usage = TurnUsageLog::line({.text = "t", .thinking = "hm", .usage = ChatUsage{.promptTokens = 9, .completionTokens = 2}});
   const struct {
-    const char* line;
+    std::string line;
     bool isKept;
   } table[] = {
-      {"judged ON_TASK (0.86)", true},
-      {"judged ON_TASK (0.86) you write a letter", false},
+      {"2026-11-25T14:18:41Z Signals samples every 1500 ms", true},
+      {"2026-11-25T14:18:41Z classifier started: model practice-model, a look every 1 s, judgments 60 to 300 s apart", true},
+      {"layer3 gate " + usage, true},
+      {"layer3 coach " + TurnUsageLog::line({}), true},
+      {"Capturer ended with 75; started again in 60 s", true},
       {"standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)", true},
-      {"could not read /home/anna/data/io-layer/events.jsonl", false},
-      {"layer3 turn failed: HTTP 500 (failure 1 in a row, next try in 5 s)", false},
       {"Signals runs", true},
       {"Signals runs\r", false},
+      {"2026-11-25T14:18:41Z judged ON_TASK (0.86)", false},
+      {"layer3: holding until 10:18: they asked for quiet", false},
+      {"could not read /home/anna/data/io-layer/events.jsonl", false},
+      {"my diary 2026-11-25T14:18:41Z Signals runs", false},
       {"", false},
   };
   std::string log;
   for (const auto& c : table) {
     EXPECT_EQ(DiagnosticsReport::isMechanical(c.line), c.isKept) << c.line;
-    log += std::string(c.line) + "\n";
+    log += c.line + "\n";
   }
   const std::vector<DiagnosticsReport::Log> logs{{"A.log", log}};
   const auto report = DiagnosticsReport::render({.version = "1", .system = "Linux", .writtenAt = "now"}, logs, 2);
-  EXPECT_EQ(report, "Halvo diagnostics, now\nversion 1\nLinux\n\nA.log: 3 line(s) of a known shape, 4 left out\n"
+  EXPECT_EQ(report, "Halvo diagnostics, now\nversion 1\nLinux\n\nA.log: 7 line(s) of a known shape, 5 left out\n"
                     "  standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)\n  Signals runs\n");
 }
 
