@@ -1,65 +1,70 @@
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
+#include <iterator>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
-#include <sys/mman.h>
 
-#include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
-#include "CaptureShared/Recording/Location/DirectoryListingCache.h"
 #include "CaptureShared/Recording/Location/FrameSidecar.h"
 #include "CaptureShared/Recording/Location/SegmentList.h"
-#include "CaptureShared/Recording/Retention/VideoRetention.h"
+#include "fuzz/MemoryFile.h"
+#include "fuzz/Require.h"
 
 namespace {
 
 using namespace halvo;
 using namespace FrameLocator;
 
-void require(bool holds) {
-  if (!holds) std::abort();
-}
+constexpr std::int64_t sessionMs = 1'790'000'000'000;
 
-FrameSidecar sidecarOf(const FileHandle& memory, std::string_view bytes) {
-  if (!memory) throw std::system_error(errno, std::generic_category(), "memfd");
-  writeAll(memory.fd(), bytes, "fuzz");
-  auto sidecar = FrameSidecar::open(fmt::format("/proc/self/fd/{}", memory.fd()));
-  require(sidecar.has_value());
-  return std::move(*sidecar);
-}
-
-const std::string& healthyRows() {
-  static const auto rows = [] {
-    std::string text;
-    for (int frame = 0; frame < 500; ++frame) text += fmt::format("{},,,{},1790000000000\n", 1'790'000'000'000 + frame * 500, frame);
-    return text;
-  }();
-  return rows;
-}
-
-/// What the bytes hold as rows, and the same through a file that is long enough to be bisected.
-void checkSidecar(std::string_view bytes) {
-  const FileHandle memory(::memfd_create("fuzz", MFD_CLOEXEC));
-  const auto text = std::string(bytes.substr(0, 8000)) + "\n" + healthyRows();
-  const auto sidecar = sidecarOf(memory, text);
+/// Rows of half a kilobyte, so that a few of them make a file long enough to be bisected.
+struct HealthyRows {
+  std::string text;
   std::vector<SidecarRow> rows;
-  for (const auto line : Text::split(text, '\n'))
-    if (const auto row = SidecarRow::parse(line)) rows.push_back(*row);
-  const bool isAscending = std::ranges::is_sorted(rows, {}, &SidecarRow::realTsMs);
-  for (const auto target : {INT64_MIN, rows.front().realTsMs, rows[rows.size() / 3].realTsMs, std::int64_t{1'790'000'123'250}, INT64_MAX}) {
-    const auto found = sidecar.nearest(target);
-    require(found && std::ranges::find(rows, *found) != rows.end());
-    if (isAscending) require(found == nearestRow(rows, target));
+  HealthyRows(int firstFrame, int count) {
+    const std::string notRead(450, 'x');
+    for (std::int64_t frame = firstFrame; frame < firstFrame + count; ++frame) {
+      rows.push_back({.realTsMs = sessionMs + frame * 500, .frameIndexInSession = frame, .sessionStartMs = sessionMs});
+      text += fmt::format("{},{},,{},{}\n", rows.back().realTsMs, notRead, frame, sessionMs);
+    }
   }
-  if (isAscending) require(sidecar.rows(INT64_MIN, INT64_MAX) == rows);
+};
+
+/// What the bytes hold as rows, and the same through a file.
+void checkSidecar(std::string_view bytes) {
+  static const HealthyRows before(0, 12), after(10'000, 12);
+  static const auto file = [] {
+    MemoryFile memory;
+    memory.fill(before.text);
+    return memory;
+  }();
+  const auto middle = std::string(bytes.substr(0, 8000)) + "\n";
+  file.fill(middle + after.text, before.text.size());
+  const auto sidecar = FrameSidecar::open(file.path());
+  require(sidecar.has_value());
+
+  std::vector<SidecarRow> found;
+  for (const auto line : Text::split(middle, '\n'))
+    if (const auto row = SidecarRow::parse(line)) found.push_back(*row);
+  auto rows = before.rows;
+  rows.insert(rows.end(), found.begin(), found.end());
+  rows.insert(rows.end(), after.rows.begin(), after.rows.end());
+  const bool isAscending = std::ranges::is_sorted(rows, {}, &SidecarRow::realTsMs);
+  const auto inside = found.empty() ? sessionMs + 100'000 : found[found.size() / 2].realTsMs;
+  for (const auto target : {inside, inside == INT64_MAX ? INT64_MIN : inside + 1, sessionMs + 5'000'250}) {
+    const auto nearest = sidecar->nearest(target);
+    require(nearest && std::ranges::find(rows, *nearest) != rows.end());
+    if (isAscending) require(nearest == nearestRow(rows, target));
+  }
+  if (!isAscending) return;
+  const auto isIn = [&](const SidecarRow& row) { return inside <= row.realTsMs && row.realTsMs <= sessionMs + 5'000'250; };
+  std::vector<SidecarRow> span;
+  std::ranges::copy_if(rows, std::back_inserter(span), isIn);
+  require(sidecar->rows(inside, sessionMs + 5'000'250) == span);
 }
 
 void checkSegments(std::string_view bytes) {
@@ -74,20 +79,11 @@ void checkSegments(std::string_view bytes) {
   require(SegmentList::parse(again).segments == list.segments);
 }
 
-/// A name that retention may delete by has the same hour here.
-void checkName(std::string_view name) {
-  const auto stem = hourStem(name);
-  const auto hour = VideoRetention::parseHourPrefix(name);
-  if (hour) require(stem && *stem == *hour);
-  if (stem) require(hourStem(std::string(*stem) + ".part7.mkv") == stem && hourStem(std::string(*stem) + ".mkv") == stem);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   checkSidecar(bytes);
   checkSegments(bytes);
-  for (const auto name : Text::split(bytes, '\n')) checkName(name);
   return 0;
 }

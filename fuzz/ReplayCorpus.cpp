@@ -1,4 +1,5 @@
 // The main of a fuzz target that runs as an ordinary test: every file of its corpus, and mutations of them that are the same each time.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -12,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace {
 
-constexpr int mutationsPerFile = 2000;
+constexpr std::size_t mostMutationsPerFile = 2000, mostMutations = 20'000;
 
 void run(const std::string& bytes) { LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()); }
 
@@ -35,17 +36,21 @@ std::string mutated(std::string bytes, std::mt19937& random) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::mt19937 random(20'260'101);
-  int files = 0;
+  std::vector<std::string> files;
   for (int i = 1; i < argc; ++i)
     for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
       if (!entry.is_regular_file()) continue;
       std::ifstream stream(entry.path(), std::ios::binary);
-      const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
-      run(bytes);
-      for (int round = 0; round < mutationsPerFile; ++round) run(mutated(bytes, random));
-      ++files;
+      files.emplace_back(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
     }
-  std::printf("%d corpus files, %d mutations each\n", files, mutationsPerFile);
-  return files > 0 ? 0 : 1;
+  // A folder tells its files in any order.
+  std::ranges::sort(files);
+  std::mt19937 random(20'260'101);
+  const auto perFile = std::min(mostMutationsPerFile, mostMutations / std::max<std::size_t>(1, files.size()));
+  for (const auto& bytes : files) {
+    run(bytes);
+    for (std::size_t round = 0; round < perFile; ++round) run(mutated(bytes, random));
+  }
+  std::printf("%zu corpus files, %zu mutations each\n", files.size(), perFile);
+  return files.empty() ? 1 : 0;
 }

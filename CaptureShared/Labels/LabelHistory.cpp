@@ -1,6 +1,5 @@
 #include "CaptureShared/Labels/LabelHistory.h"
 
-#include <ranges>
 #include <set>
 
 #include "CaptureShared/Signals/SQLiteDB.h"
@@ -22,7 +21,7 @@ std::vector<Row> read(const std::filesystem::path& labelsPath) {
                     .answeredBlind = blind ? std::optional(*blind != 0) : std::nullopt});
   }
   std::set<std::int64_t> told;
-  for (auto& row : rows | std::views::reverse) row.superseded = !told.insert(row.t0Ms).second;
+  for (auto row = rows.rbegin(); row != rows.rend(); ++row) row->superseded = !told.insert(row->t0Ms).second;
   return rows;
 }
 

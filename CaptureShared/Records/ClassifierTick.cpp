@@ -6,6 +6,13 @@
 
 namespace halvo {
 
+namespace {
+
+/// Up to here a JSON number is the same for every reader, and what is read is written again. No moment lies beyond.
+constexpr std::int64_t largestExact = std::int64_t{1} << 53;
+
+}  // namespace
+
 std::optional<std::int64_t> ClassifierTick::atMs() const { return DateParseMemo::milliseconds(at); }
 
 std::string ClassifierTick::encode() const {
@@ -67,7 +74,7 @@ std::optional<ClassifierTick> ClassifierTick::decode(std::string_view line) {
       if (!value.get_double().get(number)) tick.confidence = number;
     } else if (key == "screenshot_at_ms") {
       std::int64_t number;
-      if (!value.get_int64().get(number)) tick.screenshotAtMs = number;
+      if (!value.get_int64().get(number) && -largestExact <= number && number <= largestExact) tick.screenshotAtMs = number;
     }
   }
   if (!hasAt) result.reset();

@@ -27,9 +27,10 @@ using Entry = DirectoryListingCache::Entry;
 /// A recorder that was started again within the hour leaves several files of it: the birth tells which is the segment's.
 std::optional<fs::path> fileBornNear(std::int64_t expectedMs, std::string_view stem, const std::vector<Entry>& entries) {
   const Entry* best = nullptr;
-  for (const auto& entry : std::ranges::equal_range(entries, stem, {}, [](const Entry& e) { return std::string_view(e.hourPrefix); })) {
-    if (entry.size && *entry.size < smallestFileBytes) continue;
-    if (!best || distanceMs(entry.birthMs, expectedMs) < distanceMs(best->birthMs, expectedMs)) best = &entry;
+  auto entry = std::ranges::lower_bound(entries, stem, {}, [](const Entry& e) { return std::string_view(e.hourPrefix); });
+  for (; entry != entries.end() && entry->hourPrefix == stem; ++entry) {
+    if (entry->size && *entry->size < smallestFileBytes) continue;
+    if (!best || distanceMs(entry->birthMs, expectedMs) < distanceMs(best->birthMs, expectedMs)) best = &*entry;
   }
   if (!best || distanceMs(best->birthMs, expectedMs) > largestBirthDistanceMs) return std::nullopt;
   return best->url;

@@ -117,7 +117,7 @@ Result attempt(const Run& run) {
 Environment Environment::real(const Machine& machine, const Calendar& calendar) {
   const auto file = RetentionSettingsStore::path(processEnvironment());
   return {.settings = [file] { return RetentionSettingsStore::read(file); },
-          .persistSettings = [file](const RetentionSettings& settings) { RetentionSettingsStore::write(settings, file); },
+          .persistSettings = [file](const RetentionSettings& changed) { RetentionSettingsStore::write(changed, file); },
           .videoDir = [] { return DataPaths::videoDir(); },
           .dataRootExists = [] { return DataPaths::isDataRootAvailable(); },
           .labelledHours =
