@@ -132,6 +132,8 @@ const std::vector<Entry>& supplementary() {
       file("capture-removal-intent.json", "CaptureRemovalIntentStore"),
       file("coach-corrections.jsonl.lock", "CoachCorrections"),
       file("review-batch.json", "ReviewBatch"),
+      file("recording-controls.json", "RecordingControls"),
+      file("supervisor.pid", "capture Supervisor"),
       // What a rewrite that was killed left behind.
       {Pattern{".coach-feedback-", ""}, File{}, "CoachFeedbackWriter"},
       // A database that could not be opened is set aside under such a name and never deleted by anyone but its owner.

@@ -1,5 +1,6 @@
 #include "Platform/Linux/XConnection.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -27,15 +28,24 @@ void ignoreBrokenPipes() {
   ::sigaction(SIGPIPE, &now, nullptr);
 }
 
-/// An open socket to a local display; closed when nobody listens there.
-FileHandle knock(int displayNumber) {
-  FileHandle socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+enum class Greeting { nobody, silent, answered };
+
+/// What a local display's server has for a newcomer: a connect can't be given a time limit, so one that hangs must not be connected to.
+Greeting greet(int displayNumber, double timeoutSec, FileHandle& socket) {
+  socket = FileHandle(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   const auto path = fmt::format("/tmp/.X11-unix/X{}", displayNumber);
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  if (socket && ::connect(socket.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) socket.reset();
-  return socket;
+  if (!socket || ::connect(socket.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    return errno == EAGAIN ? Greeting::silent : Greeting::nobody;  // EAGAIN: too many wait for it already
+  // The greeting of a client with the lower byte first, protocol 11.0, without credentials: a refusal is an answer too.
+  constexpr char greeting[12] = {'l', 0, 11};
+  if (::send(socket.fd(), greeting, sizeof greeting, MSG_NOSIGNAL) != sizeof greeting) return Greeting::nobody;
+  pollfd waiting = {.fd = socket.fd(), .events = POLLIN, .revents = 0};
+  if (::poll(&waiting, 1, static_cast<int>(timeoutSec * 1000)) != 1) return Greeting::silent;
+  char first = 0;
+  return ::recv(socket.fd(), &first, 1, 0) == 1 ? Greeting::answered : Greeting::nobody;
 }
 
 bool isLocal(const std::string& display, int& number) {
@@ -49,15 +59,18 @@ bool isLocal(const std::string& display, int& number) {
 
 }  // namespace
 
-XConnection::XConnection(const std::optional<std::string>& display) {
+XConnection::XConnection(const std::optional<std::string>& display, double timeoutSec) {
   if (!display || Text::isBlank(*display)) throw XUnavailable(XUnavailable::Kind::noDisplay, "no display is named (DISPLAY is not set)");
   ignoreBrokenPipes();
-  int screenNumber = 0;
+  int screenNumber = 0, number = 0;
+  const bool isHere = isLocal(*display, number);
+  FileHandle greeter;  // held until we are in: a server may start afresh, and drop whoever is coming in, when its last client leaves
+  const auto greeting = isHere ? greet(number, timeoutSec, greeter) : Greeting::answered;
+  if (greeting == Greeting::silent) throw XUnavailable(XUnavailable::Kind::silent, fmt::format("display {} doesn't answer", *display));
   connection_.reset(xcb_connect(display->c_str(), &screenNumber));
   if (xcb_connection_has_error(connection_.get()) != 0) {
-    int number = 0;
     // libxcb reports "nobody there" and "you may not" alike.
-    if (isLocal(*display, number) && knock(number))
+    if (isHere && greeting == Greeting::answered)
       throw XUnavailable(XUnavailable::Kind::refused, fmt::format("display {} refuses this account", *display));
     throw XUnavailable(XUnavailable::Kind::noDisplay, fmt::format("display {} is not there", *display));
   }
@@ -65,18 +78,6 @@ XConnection::XConnection(const std::optional<std::string>& display) {
   for (; screenNumber > 0 && screens.rem > 1; --screenNumber) xcb_screen_next(&screens);
   if (screens.rem == 0) throw XUnavailable(XUnavailable::Kind::noDisplay, fmt::format("display {} has no screen", *display));
   screen_ = screens.data;
-}
-
-bool XConnection::answers(const std::string& display, double timeoutSec) {
-  int number = 0;
-  if (!isLocal(display, number)) return true;
-  const auto socket = knock(number);
-  if (!socket) return false;
-  // The greeting of a client with the lower byte first, protocol 11.0, without credentials: a refusal is an answer too.
-  constexpr char greeting[12] = {'l', 0, 11};
-  if (::send(socket.fd(), greeting, sizeof greeting, MSG_NOSIGNAL) != sizeof greeting) return false;
-  pollfd waiting = {.fd = socket.fd(), .events = POLLIN, .revents = 0};
-  return ::poll(&waiting, 1, static_cast<int>(timeoutSec * 1000)) == 1;
 }
 
 void XConnection::settle(double timeoutSec, const std::stop_token& stop, const OnEvent& onEvent) {

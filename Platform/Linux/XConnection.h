@@ -42,12 +42,9 @@ class XConnection {
   using OnEvent = std::function<void(const xcb_generic_event_t&)>;
 
   /// Connects to a display such as ":0"; absent or blank: there is none. Ignores SIGPIPE in this process if nobody had a say on it, as
-  /// libxcb writes to a server that died like to any other. Throws `XUnavailable`.
-  explicit XConnection(const std::optional<std::string>& display);
-
-  /// Whether a local display's server says anything at all to a newcomer within `timeoutSec`; false too when nothing listens. A display
-  /// on another machine counts as answering.
-  static bool answers(const std::string& display, double timeoutSec);
+  /// libxcb writes to a server that died like to any other. A local display that says nothing within `timeoutSec` is silent; one on another
+  /// machine may hang in its greeting. Throws `XUnavailable`.
+  explicit XConnection(const std::optional<std::string>& display, double timeoutSec = 2);
 
   xcb_connection_t* raw() const { return connection_.get(); }
   const xcb_screen_t& screen() const { return *screen_; }

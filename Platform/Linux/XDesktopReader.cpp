@@ -42,7 +42,7 @@ struct XDesktopReader::Live {
   std::optional<std::uint32_t> serverMs;
 
   Live(const std::optional<std::string>& display, double timeout)
-      : connection(display), timeoutSec(timeout), atoms(XAtoms::of(connection, timeout)) {
+      : connection(display, timeout), timeoutSec(timeout), atoms(XAtoms::of(connection, timeout)) {
     hasScreenSaver = connection.hasExtension("MIT-SCREEN-SAVER", timeoutSec);
     if (connection.hasExtension("XInputExtension", timeoutSec)) listenToInput();
   }
@@ -224,9 +224,6 @@ XDesktopReader::XDesktopReader(Options options) : options_(std::move(options)) {
 XDesktopReader::~XDesktopReader() = default;
 
 void XDesktopReader::connect() {
-  // A connect can't be given a time limit, so a server that fell silent is knocked at first.
-  if (trouble_ == XUnavailable::Kind::silent && !XConnection::answers(*options_.display, options_.timeoutSec))
-    throw XUnavailable(XUnavailable::Kind::silent, fmt::format("display {} doesn't answer", *options_.display));
   live_ = std::make_unique<Live>(options_.display, options_.timeoutSec);
   if (trouble_ && options_.log) options_.log(fmt::format("display {} is there again", *options_.display));
   trouble_.reset();

@@ -77,7 +77,7 @@ struct XScreenCapture::Live {
   bool canShare = false;
   bool hasMonitors = false;
 
-  explicit Live(const std::optional<std::string>& display) : connection(display) {
+  explicit Live(const std::optional<std::string>& display) : connection(display, setupTimeoutSec) {
     auto* const x = connection.raw();
     canShare = connection.hasExtension("MIT-SHM", setupTimeoutSec);
     hasMonitors = connection.hasExtension("RANDR", setupTimeoutSec);

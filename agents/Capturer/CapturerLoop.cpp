@@ -21,6 +21,8 @@ constexpr double encodingSec = 0.1;
 /// Within the time that a program has to end; an ffmpeg that takes longer loses its last frame.
 constexpr auto programEnds = std::chrono::milliseconds(550);
 constexpr auto displayEnds = std::chrono::seconds(5);
+/// A display that hangs for so long is told as a fault; started anew, the recorder may find it well again.
+constexpr std::int64_t longestWithoutFrameMs = 30'000;
 
 }  // namespace
 
@@ -65,6 +67,7 @@ void CapturerLoop::followDisplays() {
                                                                                            .key = ports_.key,
                                                                                            .generation = ports_.generation,
                                                                                            .ffmpeg = ports_.ffmpeg,
+                                                                                           .widthTarget = ports_.widthTarget,
                                                                                            .calendar = ports_.calendar});
 }
 
@@ -118,21 +121,29 @@ void CapturerLoop::endSessions(std::chrono::milliseconds within) {
 std::int32_t CapturerLoop::run(const std::stop_token& stop) {
   std::int32_t code = 0;
   std::string trouble;
+  std::int64_t troubleSinceMs = 0;  // while there is any
   const auto ends = [&](std::int32_t with, const std::string& why) {
     code = with;
     if (ports_.log) ports_.log("recording ends: " + why);
   };
   for (auto dueMs = ports_.clock.nowMs(); code == 0 && !stop.stop_requested();) {
+    if (ports_.isPaused && ports_.isPaused(ports_.clock.nowMs())) {
+      if (ports_.log) ports_.log("recording ends: it is paused");
+      break;
+    }
     try {
       turn(stop);
       trouble.clear();
     } catch (const CaptureEnd& error) {
       ends(error.code(), error.what());
     } catch (const ScreenCaptureError& error) {
+      const auto nowMs = ports_.clock.nowMs();
+      if (trouble.empty()) troubleSinceMs = nowMs;
       if (const auto told = CapturerExit::startupCode(error))
         ends(*told, error.what());
       else if (std::exchange(trouble, error.what()) != error.what() && ports_.log)
         ports_.log(std::string("no frame: ") + error.what());
+      if (code == 0 && nowMs - troubleSinceMs >= longestWithoutFrameMs) ends(CapturerExit::videoSinkFailed, error.what());
     } catch (const Cancelled&) {
       break;
     }

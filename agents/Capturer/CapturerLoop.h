@@ -36,6 +36,9 @@ class CapturerLoop {
     SymmetricKey key;
     std::int64_t generation = 1;
     std::filesystem::path ffmpeg = {};
+    int widthTarget = 0;  ///< of the pictures, as `FrameEncoder` has it
+    /// Whether the person has paused the recording: then `run` ends.
+    std::function<bool(std::int64_t nowMs)> isPaused = {};
     Denylist denylist;
     /// Called at each turn at which the windows can't be listed, and once with false when they can again.
     std::function<void(bool isUnreliable)> filterFault = {};
@@ -43,7 +46,7 @@ class CapturerLoop {
   };
   explicit CapturerLoop(Ports ports);
 
-  /// Records until stopped, which answers 0, or until it can't go on: then the code of `CapturerExit`. Either way the files are closed
+  /// Records until stopped or paused, which answers 0, or until it can't go on: then the code of `CapturerExit`. Either way the files are closed
   /// well, if ffmpeg does its part within half a second. Throws nothing but what `CapturerExit` has no code for.
   std::int32_t run(const std::stop_token& stop);
   /// One turn. Throws `CaptureEnd`, `ScreenCaptureError`, `Cancelled`.

@@ -70,8 +70,8 @@ void DisplayRecorder::record(std::int64_t nowMs, std::size_t maskedWindows) {
   if (session_->maskedWindows != maskedWindows)
     indexing([&] {
       index_.appendMeta({.frame = waiting_.back(),
-                         .width = static_cast<int>(recorded_.width),
-                         .height = static_cast<int>(recorded_.height),
+                         .width = hour_->size().width,
+                         .height = hour_->size().height,
                          .maskedWindows = maskedWindows});
       session_->maskedWindows = maskedWindows;
     });
@@ -86,7 +86,8 @@ void DisplayRecorder::beginSegment(std::int64_t firstFrame, std::string hourPref
                                                      .generation = setup_.generation,
                                                      .ffmpeg = setup_.ffmpeg,
                                                      .width = static_cast<int>(recorded_.width),
-                                                     .height = static_cast<int>(recorded_.height)});
+                                                     .height = static_cast<int>(recorded_.height),
+                                                     .widthTarget = setup_.widthTarget});
   // Its end isn't known: a frame behind the last known one is looked for in the last segment.
   session_->segments.push_back({.filename = hour_->filename(), .startFrame = firstFrame, .endFrame = firstFrame});
   indexing([&] { index_.writeSegments(session_->startMs, session_->segments); });

@@ -27,6 +27,7 @@ class DisplayRecorder {
     SymmetricKey key;
     std::int64_t generation = 1;
     std::filesystem::path ffmpeg = {};
+    int widthTarget = 0;  ///< as `FrameEncoder` has it
     Calendar calendar = Calendar::utc();  ///< names the hours
   };
   explicit DisplayRecorder(Setup setup);

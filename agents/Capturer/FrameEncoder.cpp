@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <utility>
 
@@ -28,20 +29,30 @@ constexpr auto longestFeed = std::chrono::seconds(5);
 
 }  // namespace
 
-std::vector<std::string> FrameEncoder::arguments(int width, int height) {
+FrameEncoder::Size FrameEncoder::encodedSize(const Size& fed, int widthTarget) {
+  if (widthTarget <= 0 || fed.width <= widthTarget) return fed;
+  const auto half = std::lround(static_cast<double>(fed.height) * widthTarget / fed.width / 2);
+  return {widthTarget / 2 * 2, std::max(2, static_cast<int>(half) * 2)};
+}
+
+std::vector<std::string> FrameEncoder::arguments(int width, int height, int widthTarget) {
   const auto keyframeEvery = static_cast<int>(CaptureProfile::keyframeIntervalSec * CaptureProfile::fps);
-  return {"-nostdin", "-v", "error", "-f", "rawvideo", "-pix_fmt", "bgr0", "-video_size", fmt::format("{}x{}", width, height),
-          "-framerate", fmt::format("{}", CaptureProfile::fps), "-i", "pipe:0", "-an",
-          // Each frame leaves the encoder before the next one comes; no look ahead, no frame thrown away or doubled.
-          "-c:v", "libx264", "-preset", "ultrafast", "-tune", "zerolatency", "-crf", "28", "-g", std::to_string(keyframeEvery), "-threads",
-          "1", "-pix_fmt", "yuv420p", "-fps_mode", "passthrough",
-          // A cluster a frame: a kill costs the one that the muxer still holds.
-          "-f", "matroska", "-cluster_time_limit", "0", "-flush_packets", "1", "pipe:1"};
+  const Size fed{width, height}, encoded = encodedSize(fed, widthTarget);
+  std::vector<std::string> words{"-nostdin", "-v", "error", "-f", "rawvideo", "-pix_fmt", "bgr0", "-video_size",
+                                 fmt::format("{}x{}", width, height), "-framerate", fmt::format("{}", CaptureProfile::fps), "-i", "pipe:0", "-an"};
+  if (encoded != fed) words.insert(words.end(), {"-vf", fmt::format("scale={}:{}", encoded.width, encoded.height)});
+  words.insert(words.end(),
+               {// Each frame leaves the encoder before the next one comes; no look ahead, no frame thrown away or doubled.
+                "-c:v", "libx264", "-preset", "ultrafast", "-tune", "zerolatency", "-crf", "28", "-g", std::to_string(keyframeEvery),
+                "-threads", "1", "-pix_fmt", "yuv420p", "-fps_mode", "passthrough",
+                // A cluster a frame: a kill costs the one that the muxer still holds.
+                "-f", "matroska", "-cluster_time_limit", "0", "-flush_packets", "1", "pipe:1"});
+  return words;
 }
 
 FrameEncoder::FrameEncoder(Setup setup) : setup_(std::move(setup)), buffer_(64 << 10, '\0') {
   auto input = Spawn::Pipe::make(), output = Spawn::Pipe::make(), errors = Spawn::Pipe::make();
-  pid_ = Spawn::run(setup_.ffmpeg, arguments(setup_.width, setup_.height), std::nullopt,
+  pid_ = Spawn::run(setup_.ffmpeg, arguments(setup_.width, setup_.height, setup_.widthTarget), std::nullopt,
                     {{input.read.fd(), STDIN_FILENO}, {output.write.fd(), STDOUT_FILENO}, {errors.write.fd(), STDERR_FILENO}}, SIGKILL);
   input_ = std::move(input.write), output_ = std::move(output.read), errors_ = std::move(errors.read);
   for (const int fd : {input_.fd(), output_.fd(), errors_.fd()}) ::fcntl(fd, F_SETFL, O_NONBLOCK);

@@ -18,9 +18,14 @@ namespace halvo {
 /// One ffmpeg that turns raw pictures into a Matroska stream of H.264, one cluster a frame. It dies with the thread that made it.
 class FrameEncoder {
  public:
+  struct Size {
+    int width = 0, height = 0;  ///< pixels, even
+    bool operator==(const Size&) const = default;
+  };
   struct Setup {
     std::filesystem::path ffmpeg = {};
-    int width = 0, height = 0;  ///< even
+    int width = 0, height = 0;  ///< even; of the pictures that are fed
+    int widthTarget = 0;        ///< what is wider is encoded as wide as this; 0: as it is
     /// Takes what ffmpeg writes. What it throws passes through the calls below.
     std::function<void(std::string_view)> sink = {};
   };
@@ -31,8 +36,10 @@ class FrameEncoder {
   /// Kills it when it hasn't ended.
   ~FrameEncoder();
 
-  /// ffmpeg's words, with the pictures that `setup` describes on its standard input.
-  static std::vector<std::string> arguments(int width, int height);
+  /// ffmpeg's words, with pictures of that size on its standard input.
+  static std::vector<std::string> arguments(int width, int height, int widthTarget = 0);
+  /// The size that pictures of `fed` are encoded in: the shape is kept, and nothing is made larger.
+  static Size encodedSize(const Size& fed, int widthTarget);
 
   /// Gives it one picture of width × height × 4 bytes. Throws `CaptureEnd` (videoSinkFailed) when ffmpeg ended or takes none for 5 s.
   void feed(std::span<const std::uint8_t> picture);

@@ -52,11 +52,12 @@ FileHandle made(const HourFile::Setup& setup, std::filesystem::path& path) {
 }  // namespace
 
 HourFile::HourFile(const Setup& setup)
-    : file_(made(setup, path_)),
+    : size_(FrameEncoder::encodedSize({setup.width, setup.height}, setup.widthTarget)),
+      file_(made(setup, path_)),
       encryptor_(asCaptureEnd([&] {
         return VideoStreamEncryptor({.key = setup.key, .generation = setup.generation, .output = file_.fd()});
       })),
-      encoder_({.ffmpeg = setup.ffmpeg, .width = setup.width, .height = setup.height,
+      encoder_({.ffmpeg = setup.ffmpeg, .width = setup.width, .height = setup.height, .widthTarget = setup.widthTarget,
                 .sink = [this](std::string_view bytes) { take(bytes); }}) {}
 
 void HourFile::take(std::string_view bytes) {

@@ -23,11 +23,14 @@ class HourFile {
     std::int64_t generation = 1;
     std::filesystem::path ffmpeg = {};
     int width = 0, height = 0;  ///< even
+    int widthTarget = 0;        ///< as `FrameEncoder` has it
   };
   /// Makes "<hour>.mkv", or the first of "<hour>.part2.mkv", … that isn't there. Throws `CaptureEnd`.
   explicit HourFile(const Setup& setup);
 
   std::string filename() const { return path_.filename().string(); }
+  /// Of the pictures in it.
+  FrameEncoder::Size size() const { return size_; }
   /// Throws `CaptureEnd`, as do all of these.
   void feed(std::span<const std::uint8_t> picture);
   void pump();
@@ -41,6 +44,7 @@ class HourFile {
   void take(std::string_view bytes);
 
   std::filesystem::path path_;
+  FrameEncoder::Size size_;
   FileHandle file_;
   VideoStreamEncryptor encryptor_;
   MatroskaPieces pieces_;

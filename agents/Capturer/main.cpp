@@ -6,6 +6,7 @@
 #include "CaptureShared/Foundation/FFmpegResolver.h"
 #include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
 #include "CaptureShared/Recording/Supervision/CapturerExit.h"
+#include "CaptureShared/Recording/Supervision/RecordingControlsWatch.h"
 #include "CaptureShared/Recording/Supervision/ReplacementTimer.h"
 #include "CaptureShared/Recording/VideoArchiveKeyStore.h"
 #include "Platform/Linux/LinuxArchiveKeyBackend.h"
@@ -34,6 +35,13 @@ void tellFilterFault(bool isUnreliable, const std::filesystem::path& file, std::
 std::int32_t record(const std::stop_token& stop, const Clock& clock, const LogSink& log) {
   const auto environment = processEnvironment();
   if (!DataPaths::ensureSubdirsExist()) throw std::runtime_error(DataPaths::dataRootUnavailableReason());
+  const auto root = DataPaths::dataRoot();
+  RecordingControlsWatch controls;
+  const auto wanted = controls.look(root);
+  if (wanted.isPaused(clock.nowMs())) {
+    log("Capturer records nothing: recording is " + wanted.words(clock.nowMs(), Calendar::local()));
+    return 0;
+  }
   XScreenCapture screen(value(environment, "DISPLAY"));
   screen.displays();  // throws when there is none, or it refuses us
   const auto ffmpeg = FFmpegResolver::resolve(environment);
@@ -46,10 +54,12 @@ std::int32_t record(const std::stop_token& stop, const Clock& clock, const LogSi
                        .screen = screen,
                        .clock = clock,
                        .calendar = Calendar::local(),
-                       .root = DataPaths::dataRoot(),
+                       .root = root,
                        .key = found.key,
                        .generation = found.generation,
                        .ffmpeg = ffmpeg,
+                       .widthTarget = wanted.widthTarget(),
+                       .isPaused = [&](std::int64_t nowMs) { return controls.look(root).isPaused(nowMs); },
                        .denylist = Denylist::fromEnvironment(environment),
                        .filterFault = [&](bool isUnreliable) { tellFilterFault(isUnreliable, faultFile, clock.nowMs(), log); },
                        .log = log})

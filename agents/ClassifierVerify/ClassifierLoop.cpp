@@ -32,6 +32,11 @@ bool isDeclaration(const EventLogEvent& event) {
   return event.type == IntentionWriter::declaredType || event.type == IntentionWriter::clearedType;
 }
 
+SignalsStaleness::Pause pauseOf(const RecordingControls& controls, std::int64_t nowMs) {
+  if (controls.isPaused(nowMs)) return SignalsStaleness::Active{controls.pausedAtMs};
+  return SignalsStaleness::None{};
+}
+
 }  // namespace
 
 struct ClassifierLoop::Files {
@@ -152,7 +157,8 @@ bool ClassifierLoop::isStale(const Files& files, const SignalsReader& signals, c
     return true;
   };
   return match(
-      SignalsStaleness::decide({.latestTickMs = tick ? std::optional(tick->tsMs) : std::nullopt,
+      SignalsStaleness::decide({.pause = pauseOf(controls_.look(files.root), nowMs),
+                                .latestTickMs = tick ? std::optional(tick->tsMs) : std::nullopt,
                                 .nowMs = nowMs,
                                 .classifierLastRanAtMs = last ? std::optional(last->lastRanAtMs) : std::nullopt,
                                 .regimeGapSec = static_cast<int>(config_.regimeGapSec)}),

@@ -20,6 +20,7 @@
 #include "CaptureShared/Foundation/Environment.h"
 #include "CaptureShared/Foundation/Log.h"
 #include "CaptureShared/Net/HTTPTransport.h"
+#include "CaptureShared/Recording/Supervision/RecordingControlsWatch.h"
 #include "Platform/Desktop/DesktopProbes.h"
 #include "Platform/Power/PowerSource.h"
 #include "Platform/Screen/ScreenCapture.h"
@@ -88,6 +89,7 @@ class ClassifierLoop {
   Denylist denylist_;
   ModelIntegrityCheck integrity_;
   WindowContentReader reader_;
+  RecordingControlsWatch controls_;
   std::optional<IncrementalJSONLReader<EventLogEvent>> events_;
   std::optional<EventLogEvent> newestDeclaration_;
   std::map<std::string, std::set<std::string>> said_;  ///< by topic the troubles that were told, each once until the topic is settled

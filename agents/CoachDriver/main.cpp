@@ -12,11 +12,11 @@
 #include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/AgentProcess.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
+#include "CaptureShared/Foundation/SingleInstance.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Net/HTTPTransportRouter.h"
 #include "CaptureShared/Recording/Supervision/ReplacementTimer.h"
 #include "agents/CoachDriver/CoachDriverLoop.h"
-#include "agents/CoachDriver/SingleInstance.h"
 
 namespace {
 

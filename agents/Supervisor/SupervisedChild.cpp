@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <system_error>
+#include <utility>
 
 #include <poll.h>
 
@@ -38,9 +39,14 @@ bool SupervisedChild::start(std::int64_t steadyMs) {
 }
 
 std::optional<SupervisedChild::Exit> SupervisedChild::noteExit(std::int64_t steadyMs) {
+  if (pid_ != 0 && isRetired_ && steadyNowMs() >= endByMs_) ::kill(-pid_, SIGKILL);
   const auto code = pid_ == 0 ? std::nullopt : Spawn::reap(pid_);
   if (!code) return std::nullopt;
   pid_ = 0;
+  if (std::exchange(isRetired_, false)) {
+    dueMs_ = steadyMs;
+    return std::nullopt;
+  }
   Exit exit{.code = *code, .ranForSec = static_cast<double>(steadyMs - startedMs_) / 1000};
   exit.decision = gate_.noteChildExit(*code, exit.ranForSec);
   dueMs_ = steadyMs + static_cast<std::int64_t>(exit.decision.delay * 1000);
@@ -55,6 +61,11 @@ bool SupervisedChild::becomesHealthy(std::int64_t steadyMs) {
   if (!told_.empty() && options_.log) options_.log(fmt::format("{} runs", name()));
   told_.clear();
   return true;
+}
+
+void SupervisedChild::retire() {
+  if (pid_ == 0 || std::exchange(isRetired_, true)) return;
+  askToEnd();
 }
 
 void SupervisedChild::askToEnd() {

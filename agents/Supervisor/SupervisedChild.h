@@ -34,7 +34,7 @@ class SupervisedChild {
     double ranForSec = 0;
     RespawnGate::Decision decision = {};
   };
-  /// What it ended with, once; the next start is then set.
+  /// What it ended with, once; the next start is then set. Absent too for the end of one that was retired.
   std::optional<Exit> noteExit(std::int64_t steadyMs);
   bool isDue(std::int64_t steadyMs) const { return pid_ == 0 && steadyMs >= dueMs_; }
   /// Whether it runs now. A program that can't be started is tried again after a while.
@@ -42,6 +42,9 @@ class SupervisedChild {
   /// True once a run, when it has lasted long enough to be healthy.
   bool becomesHealthy(std::int64_t steadyMs);
 
+  /// Asks it to end for a reason that is not its own, and doesn't wait: the end counts as no failure, and it is due again at once.
+  /// `noteExit` makes it end when it takes too long.
+  void retire();
   /// Asks it to end; `waitForEnd` makes it, and answers when it is gone.
   void askToEnd();
   void waitForEnd();
@@ -58,7 +61,7 @@ class SupervisedChild {
   pid_t pid_ = 0;
   std::int64_t startedMs_ = 0, dueMs_ = 0;
   std::int64_t endByMs_ = 0;
-  bool isHealthy_ = false;
+  bool isHealthy_ = false, isRetired_ = false;
   std::string told_;  ///< the last line, so that the same is not said each minute
 };
 

@@ -1,5 +1,7 @@
 #include "agents/Supervisor/SupervisorLoop.h"
 
+#include <utility>
+
 #include <fmt/format.h>
 
 namespace halvo {
@@ -30,15 +32,26 @@ void SupervisorLoop::noteScreenLock() {
   for (auto* child : {&signals_, &capturer_}) isLocked ? child->gate().noteScreenLocked() : child->gate().noteScreenUnlocked();
 }
 
-void SupervisorLoop::startWhatIsDue(std::int64_t steadyMs) {
-  if (!signals_.isDue(steadyMs) && !capturer_.isDue(steadyMs)) return;
+void SupervisorLoop::obey(const RecordingControls& wanted, std::int64_t nowMs) {
+  const bool wasPaused = std::exchange(isPaused_, wanted.isPaused(nowMs));
+  if (isPaused_ && (!wasPaused || wanted != controls_) && ports_.log) ports_.log("recording is " + wanted.words(nowMs, ports_.calendar));
+  if (wasPaused && !isPaused_ && ports_.log) ports_.log("recording goes on");
+  controls_ = wanted;
+  if (capturer_.pid() == 0) return;
+  if (isPaused_ || wanted.quality != capturersQuality_) capturer_.retire();
+}
+
+void SupervisorLoop::startWhatIsDue(std::int64_t steadyMs, std::int64_t nowMs) {
+  const bool isCapturerDue = !isPaused_ && capturer_.isDue(steadyMs);
+  if (!signals_.isDue(steadyMs) && !isCapturerDue) return;
   const auto trouble = ports_.dataRootTrouble();
   say(rootTrouble_, trouble ? "recording nothing: " + *trouble : "");
   if (trouble) return;
   if (signals_.isDue(steadyMs)) signals_.start(steadyMs);
-  if (!capturer_.isDue(steadyMs)) return;
-  attempt("manifest.json could not be written", manifestTrouble_, ports_.captureRunStarts);
-  fault_.noteStart(ports_.clock.nowMs());
+  if (!isCapturerDue) return;
+  attempt("manifest.json could not be written", manifestTrouble_, [&] { ports_.captureRunStarts(controls_); });
+  capturersQuality_ = controls_.quality;
+  fault_.noteStart(nowMs);
   capturer_.start(steadyMs);
 }
 
@@ -49,13 +62,14 @@ void SupervisorLoop::sweepIfDue(std::int64_t steadyMs) {
 }
 
 void SupervisorLoop::turn() {
-  const auto steadyMs = ports_.steadyMs();
+  const auto steadyMs = ports_.steadyMs(), nowMs = ports_.clock.nowMs();
   attempt("the screen's lock can't be told", lockTrouble_, [&] { noteScreenLock(); });
+  obey(ports_.controls(), nowMs);
   signals_.noteExit(steadyMs);
-  if (const auto exit = capturer_.noteExit(steadyMs)) fault_.noteExit(*exit, ports_.clock.nowMs());
+  if (const auto exit = capturer_.noteExit(steadyMs)) fault_.noteExit(*exit, nowMs);
   signals_.becomesHealthy(steadyMs);
   if (capturer_.becomesHealthy(steadyMs)) fault_.noteHealthy();
-  startWhatIsDue(steadyMs);
+  startWhatIsDue(steadyMs, nowMs);
   sweepIfDue(steadyMs);
 }
 

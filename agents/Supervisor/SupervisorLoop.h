@@ -9,13 +9,14 @@
 
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Log.h"
+#include "CaptureShared/Recording/Supervision/RecordingControls.h"
 #include "agents/Supervisor/CaptureFaultKeeper.h"
 #include "agents/Supervisor/SupervisedChild.h"
 
 namespace halvo {
 
 /// The loop of `Supervisor`: keeps the sampler and the recorder running, each by a gate of its own, tells what keeps the recorder from
-/// recording, and has old recordings deleted. Without a data root it starts nothing.
+/// recording, and has old recordings deleted. Without a data root it starts nothing; while the person has paused the recording, no recorder.
 class SupervisorLoop {
  public:
   static constexpr double turnSec = 0.5;
@@ -30,7 +31,9 @@ class SupervisorLoop {
     Clock clock;
     std::function<std::int64_t()> steadyMs = steadyNowMs;
     std::function<std::optional<std::string>()> dataRootTrouble;  ///< why there is nowhere to record to; absent: there is
-    std::function<void()> captureRunStarts;                       ///< in front of each of the recorder's starts; may throw
+    std::function<void(const RecordingControls&)> captureRunStarts;  ///< in front of each of the recorder's starts; may throw
+    std::function<RecordingControls()> controls = [] { return RecordingControls{}; };  ///< as of now; doesn't throw
+    Calendar calendar = Calendar::utc();                                               ///< of the times in log lines
     std::function<std::optional<bool>()> isScreenLocked;          ///< absent: can't be told, and counts as unlocked
     std::function<void()> sweep;                                  ///< deletes old recordings; may throw
     LogSink log = {};
@@ -50,12 +53,17 @@ class SupervisorLoop {
   /// Logs a failure of one step and goes on.
   void attempt(const char* what, std::string& last, const std::function<void()>& step);
   void noteScreenLock();
-  void startWhatIsDue(std::int64_t steadyMs);
+  /// Ends a recorder that must not run, or not with what it was started with.
+  void obey(const RecordingControls& wanted, std::int64_t nowMs);
+  void startWhatIsDue(std::int64_t steadyMs, std::int64_t nowMs);
   void sweepIfDue(std::int64_t steadyMs);
 
   Ports ports_;
   CaptureFaultKeeper fault_;
   SupervisedChild signals_, capturer_;
+  RecordingControls controls_;  ///< of this turn
+  bool isPaused_ = false;
+  RecordingControls::Quality capturersQuality_ = {};  ///< the recorder was started with
   std::int64_t sweepDueMs_;
   std::string rootTrouble_, manifestTrouble_, sweepTrouble_, lockTrouble_;
 };

@@ -1,6 +1,8 @@
 // Supervisor: keeps Signals and Capturer running, tells why nothing is recorded, and has old recordings deleted.
 
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <system_error>
 
 #include <unistd.h>
@@ -11,9 +13,11 @@
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/DataRoot/Manifest.h"
 #include "CaptureShared/Foundation/Calendar.h"
+#include "CaptureShared/Foundation/SingleInstance.h"
 #include "CaptureShared/Recording/Retention/RetentionRunner.h"
 #include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
 #include "CaptureShared/Recording/Supervision/CaptureProfile.h"
+#include "CaptureShared/Recording/Supervision/RecordingControlsWatch.h"
 #include "CaptureShared/Recording/Supervision/ReplacementTimer.h"
 #include "Platform/Linux/LinuxMachine.h"
 #include "Platform/Linux/SessionWatch.h"
@@ -57,6 +61,32 @@ std::optional<std::string> dataRootTrouble() {
   }
 }
 
+/// This process's hold on the data root, wherever that is by now: two would record everything twice.
+class RootHold {
+ public:
+  explicit RootHold(std::function<void()> onOther) : onOther_(std::move(onOther)) {}
+
+  /// Why nothing can be recorded there; absent: the root is there and ours. Calls `onOther` when another Supervisor has it.
+  std::optional<std::string> trouble() {
+    if (auto why = dataRootTrouble()) return why;
+    const auto file = DataPaths::dataRoot() / "supervisor.pid";
+    if (hold_ && hold_->isOf(file)) return std::nullopt;
+    try {
+      hold_.reset();
+      hold_ = SingleInstance::acquire(file);
+    } catch (const std::system_error& error) {
+      return std::string("no hold on the data root: ") + error.what();
+    }
+    if (hold_) return std::nullopt;
+    onOther_();
+    return "another Supervisor records to this data root; this one ends";
+  }
+
+ private:
+  std::function<void()> onOther_;
+  std::optional<SingleInstance> hold_;
+};
+
 void sweep(const Clock& clock, const LogSink& log) {
   const LinuxMachine machine;
   const auto calendar = Calendar::local();
@@ -80,6 +110,8 @@ int main() {
   const auto programs = ExecutablePath::siblingDirectory(ExecutablePath::resolveSelf());
   const ReplacementTimer replacement({.onReplaced = [&] { process.requestStop(); }, .log = log});
   LockProbe lock(environment, log);
+  RecordingControlsWatch controls;
+  RootHold root([&] { process.requestStop(); });
   log("Supervisor keeps Signals and Capturer running");
   // Longer than the children take.
   constexpr double maxEndingSec = 2;
@@ -89,9 +121,12 @@ int main() {
                         .capturer = programs / "Capturer",
                         .faultFile = CaptureFaultStore::path(environment),
                         .clock = clock,
-                        .dataRootTrouble = dataRootTrouble,
-                        .captureRunStarts = [] { Manifest(CaptureProfile::fps, CaptureProfile::keyframeIntervalSec,
-                                                          CaptureProfile::displayWidthTarget).write(); },
+                        .dataRootTrouble = [&] { return root.trouble(); },
+                        .captureRunStarts = [](const RecordingControls& wanted) {
+                          Manifest(CaptureProfile::fps, CaptureProfile::keyframeIntervalSec, wanted.widthTarget()).write();
+                        },
+                        .controls = [&] { return controls.look(DataPaths::dataRoot()); },
+                        .calendar = Calendar::local(),
                         .isScreenLocked = [&] { return lock.read(); },
                         .sweep = [&] { sweep(clock, log); },
                         .log = log})

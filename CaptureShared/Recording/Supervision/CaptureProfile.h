@@ -5,6 +5,5 @@ namespace halvo::CaptureProfile {
 
 inline constexpr double fps = 2;                   ///< frames per second and display
 inline constexpr double keyframeIntervalSec = 30;  ///< at most; a frame is reached from the keyframe before it
-inline constexpr int displayWidthTarget = 0;       ///< pixels; 0: a display is recorded as wide as it is
 
 }  // namespace halvo::CaptureProfile

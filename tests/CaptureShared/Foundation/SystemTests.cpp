@@ -11,6 +11,7 @@
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/LogFileRead.h"
+#include "CaptureShared/Foundation/SingleInstance.h"
 #include "CaptureShared/Foundation/Spawn.h"
 #include "CaptureShared/Foundation/TerminationSignals.h"
 #include "CaptureShared/Foundation/UserFolders.h"
@@ -194,6 +195,23 @@ TEST(UserFolders, aTemporaryFolderIsOursAloneOrRefused) {
     EXPECT_EQ(exitOf(child), c.accepted ? 0 : 1) << c.name;
   }
   fs::remove_all(standard);
+}
+
+TEST(SingleInstance, oneHoldAtATime) {
+  const test::TemporaryFolder folder;
+  const auto file = folder.path() / "pid";
+  auto first = SingleInstance::acquire(file);
+  ASSERT_TRUE(first);
+  EXPECT_EQ(readFile(file), std::to_string(::getpid()) + "\n");
+  EXPECT_FALSE(SingleInstance::acquire(file));
+  EXPECT_TRUE(first->isOf(file));
+  fs::rename(file, folder.path() / "away");
+  EXPECT_FALSE(first->isOf(file));
+  EXPECT_TRUE(SingleInstance::acquire(file)) << "another disk";
+  EXPECT_FALSE(first->isOf(file));
+  first.reset();
+  EXPECT_TRUE(SingleInstance::acquire(folder.path() / "away"));
+  EXPECT_THROW(SingleInstance::acquire(folder.path() / "none" / "pid"), std::system_error);
 }
 
 }  // namespace

@@ -100,6 +100,7 @@ TEST(XScreenCapture, aServerThatIsAbsentDeadOrSilent) {
   ASSERT_FALSE(capture.capturePNG({.width = 10, .height = 10}, 5, {}).empty());
   server.freeze();
   EXPECT_EQ(failureOf(capture, {.width = 10, .height = 10}, 0.3), Kind::timedOut);
+  EXPECT_EQ(failureOf(capture, {.width = 10, .height = 10}, 0.3), Kind::timedOut) << "nor does a new connection wait for ever";
   server.thaw();
   ASSERT_FALSE(capture.capturePNG({.width = 10, .height = 10}, 5, {}).empty());
   server.crash();

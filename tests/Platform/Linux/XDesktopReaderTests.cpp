@@ -157,6 +157,13 @@ TEST(XDesktopReader, noDisplayIsSaidOnce) {
   }
 }
 
+TEST(XConnection, getsInWhereAServerStartsAfreshBehindItsLastClient) {
+  for (int i = 0; i < 3; ++i) {
+    const XServer server({.hasWindowManager = false, .more = {"-reset"}});
+    EXPECT_NO_THROW(XConnection(server.display()));
+  }
+}
+
 TEST(XDesktopReader, aRefusalIsToldFromAnAbsence) {
   const test::TemporaryFolder folder;
   // One key in the form of an Xauthority file: family, address, display, name, key, each length in two bytes. We don't present it.

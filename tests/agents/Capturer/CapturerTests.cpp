@@ -139,12 +139,19 @@ TEST_F(CapturerLoopTest, endsWithTheCodeOfWhatStoppedIt) {
                {"refused",
                 [&](auto&) { screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::refused, "no"); },
                 CapturerExit::screenRecordingDenied},
+               {"a display that hangs",
+                [&](auto& world) {
+                  screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::timedOut, "no answer");
+                  world.clock = {.nowMs = [this] { return nowMs; },
+                                 .wait = [this](double sec, const std::stop_token&) { nowMs += static_cast<std::int64_t>(sec * 1000); }};
+                },
+                CapturerExit::videoSinkFailed},
                {"an ffmpeg that ends", [](auto& world) { world.ffmpeg = "/bin/false"; }, CapturerExit::videoSinkFailed}};
   for (const auto& c : cases) {
     auto world = ports(folder.path());
     const auto monitors = screen.monitors;
-    c.make(world);
     world.clock = Clock::system();
+    c.make(world);
     EXPECT_EQ(CapturerLoop(world).run({}), c.code) << c.name;
     screen.monitors = monitors, screen.failure.reset();
   }

@@ -13,10 +13,15 @@
 
 namespace halvo::test {
 
-/// What was recorded of display 0 under a data root, read as any reader would.
+/// What was recorded of a display under a data root, read as any reader would.
 class Footage {
  public:
-  explicit Footage(const std::filesystem::path& root, SymmetricKey key = Footage::key()) : root_(root), key_(key) {}
+  struct Of {
+    int display = 0;
+    std::int64_t birthsLaterMs = 0;  ///< from when the files were made to the recorder's clock then
+  };
+  explicit Footage(const std::filesystem::path& root, SymmetricKey key = Footage::key()) : Footage(root, key, Of{}) {}
+  Footage(const std::filesystem::path& root, SymmetricKey key, Of of) : root_(root), key_(key), of_(of) {}
   static SymmetricKey key() {
     std::array<char, SymmetricKey::size> bytes;
     bytes.fill('k');
@@ -50,8 +55,15 @@ class Footage {
   };
   /// The frame that a row leads to, as PNG; throws when it leads nowhere.
   std::string png(const FrameLocator::SidecarRow& row) const {
-    FrameLocator::DirectoryListingCache cache;
-    const auto located = FrameLocator::locate({.atMs = row.realTsMs, .toleranceMs = 0, .root = root_, .cache = cache});
+    auto ops = FrameLocator::DirectoryListingCache::Ops::real();
+    ops.list = [list = ops.list, this](const std::filesystem::path& at) {
+      auto entries = list(at);
+      for (auto& entry : entries) entry.birthMs += of_.birthsLaterMs;
+      return entries;
+    };
+    FrameLocator::DirectoryListingCache cache(ops);
+    const auto located =
+        FrameLocator::locate({.atMs = row.realTsMs, .display = of_.display, .toleranceMs = 0, .root = root_, .cache = cache});
     if (!located) throw std::runtime_error("a row that leads nowhere");
     const auto fromSec = std::max(0.0, located->seekSec() - 0.25);
     return convert(located->file, {"-ss", std::to_string(fromSec)}, {"-frames:v", "1", "-c:v", "png", "-f", "image2", "-update", "1"});
@@ -59,7 +71,7 @@ class Footage {
   Picture picture(std::size_t row) const { return {PNGWriter::decode(png(rows().at(row)))}; }
 
  private:
-  std::filesystem::path folder() const { return root_ / "video/display-0"; }
+  std::filesystem::path folder() const { return root_ / "video" / ("display-" + std::to_string(of_.display)); }
   std::string convert(const std::filesystem::path& recording, std::vector<std::string> before, const std::vector<std::string>& after) const {
     const auto output = scratch_.path() / "out";
     std::filesystem::remove(output);
@@ -78,6 +90,7 @@ class Footage {
 
   std::filesystem::path root_;
   SymmetricKey key_;
+  Of of_;
   TemporaryFolder scratch_;
 };
 

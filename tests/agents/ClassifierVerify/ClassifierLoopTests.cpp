@@ -136,6 +136,17 @@ TEST_F(ClassifierLoopTest, judgesWhenItIsDueAndOnlyThen) {
   EXPECT_EQ(rows().size(), 3u) << "a restart inside the interval judges nothing";
 }
 
+TEST_F(ClassifierLoopTest, samplesOfBeforeAPauseOfTheRecordingAreNotJudged) {
+  scene.sample(now, {.app = app});
+  RecordingControls{}.paused(now + 10'000, std::nullopt).write(root);
+  now += 20'000;
+  loop().pass({});
+  EXPECT_TRUE(rows().empty());
+  EXPECT_EQ(logged("recording is paused (since 2023-11-14T22:13:30Z)"), 1);
+  pass();
+  EXPECT_EQ(rows().size(), 1u) << "the sampler goes on, and so do judgments";
+}
+
 TEST_F(ClassifierLoopTest, aModelThatIsDownLeavesNoTraceButOneLine) {
   isDown = true;
   for (int i = 0; i < 5; ++i) pass();

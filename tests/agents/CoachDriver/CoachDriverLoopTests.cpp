@@ -9,7 +9,6 @@
 #include "AmbitudeCore/Gate/GateDecisionLog.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Net/HTTPTransportRouter.h"
-#include "agents/CoachDriver/SingleInstance.h"
 #include "tests/agents/CoachDriver/CoachScene.h"
 #include "tests/support/LoopbackServer.h"
 
@@ -362,18 +361,6 @@ TEST(CoachDriverLoop, textFromAScreenCanNotEndATurn) {
   }
   EXPECT_EQ(chats, 3);
   EXPECT_GE(broken, 3) << "the gate's message and the notice in both conversations, on one line and inside their quotes";
-}
-
-TEST(SingleInstance, oneHoldAtATime) {
-  const test::TemporaryFolder folder;
-  const auto file = folder.path() / "pid";
-  auto first = SingleInstance::acquire(file);
-  ASSERT_TRUE(first);
-  EXPECT_EQ(readFile(file), std::to_string(::getpid()) + "\n");
-  EXPECT_FALSE(SingleInstance::acquire(file));
-  first.reset();
-  EXPECT_TRUE(SingleInstance::acquire(file));
-  EXPECT_THROW(SingleInstance::acquire(folder.path() / "none" / "pid"), std::system_error);
 }
 
 }  // namespace

@@ -55,7 +55,8 @@ class SupervisorTest : public testing::Test {
                                         .wait = [](double, const std::stop_token& stop) { Clock::system().wait(0.01, stop); }},
                               .steadyMs = [this] { return steadyMs; },
                               .dataRootTrouble = [this] { return trouble; },
-                              .captureRunStarts = [this] { ++captureRuns; },
+                              .captureRunStarts = [this](const RecordingControls& wanted) { ++captureRuns, startedWith = wanted.quality; },
+                              .controls = [this] { return controls; },
                               .isScreenLocked = [this] { return isLocked; },
                               .sweep = [this] { ++sweeps; },
                               .log = [this](const std::string& line) { log.push_back(line); }});
@@ -78,6 +79,8 @@ class SupervisorTest : public testing::Test {
   std::optional<std::string> trouble;
   std::optional<bool> isLocked;
   int captureRuns = 0, sweeps = 0;
+  RecordingControls controls;
+  RecordingControls::Quality startedWith = {};
   std::vector<std::string> log;
 };
 
@@ -139,6 +142,32 @@ TEST_F(SupervisorTest, aLoopOfCrashesIsTellableAndAHealthyRunClearsIt) {
   }
 }
 
+TEST_F(SupervisorTest, obeysThePersonWhichIsNoFailure) {
+  script("Signals", stays);
+  script("Capturer", deaf);
+  auto loop = makeLoop();
+  loop->turn();
+  const auto signalsPID = loop->signals().pid();
+  for (unsigned pauses = 1; pauses <= 6; ++pauses) {
+    ASSERT_TRUE(eventually([&] { return pids("Capturer").size() == pauses + 1; }));
+    controls = controls.paused(1'000'000'000 + steadyMs, 1'000'000'000 + steadyMs + 1'000);
+    ASSERT_TRUE(capturerEnds(*loop));
+    script("Capturer", "trap 'exit 70' TERM; sleep 300 & wait");
+    for (const int laterMs : {999, 1}) {
+      EXPECT_EQ(loop->capturer().pid(), 0);
+      steadyMs += laterMs;
+      loop->turn();
+    }
+    EXPECT_NE(loop->capturer().pid(), 0) << "the pause ends by itself, and nothing holds the start up";
+  }
+  EXPECT_FALSE(fault());
+  controls.quality = RecordingControls::Quality::compact;
+  ASSERT_TRUE(eventually([&] { return loop->turn(), captureRuns == 8; }));
+  EXPECT_EQ(startedWith, controls.quality);
+  EXPECT_EQ(loop->signals().pid(), signalsPID) << "the sampler goes on";
+  EXPECT_EQ(said("ended with"), 0);
+}
+
 TEST_F(SupervisorTest, waitsForADataRootAndSweepsEachHour) {
   script("Signals", stays);  // and no recorder at all
   trouble = "the volume is away";
@@ -173,6 +202,9 @@ TEST_F(SupervisorTest, theProgramTakesItsChildrenAlong) {
     test::ChildProcess program((folder.path() / "Supervisor").string(), {}, environment);
     ASSERT_TRUE(eventually([&, wanted = runs] { return pids("Capturer").size() == wanted && pids("Signals").size() == wanted - 1; }));
     EXPECT_TRUE(fs::exists(folder.path() / "data/manifest.json"));
+    const auto running = pids("Signals");
+    EXPECT_EQ(test::ChildProcess((folder.path() / "Supervisor").string(), {}, environment).wait(4), 0) << "a second one ends";
+    EXPECT_EQ(pids("Signals"), running);
     program.signal(signal);
     EXPECT_EQ(program.wait(4), signal == SIGTERM ? 0 : 128 + SIGKILL);
     EXPECT_TRUE(eventually([&] { return allGone(); }, signal == SIGTERM ? 0.1 : 2)) << "the grandchild too";

@@ -1,4 +1,4 @@
-#include "agents/CoachDriver/SingleInstance.h"
+#include "CaptureShared/Foundation/SingleInstance.h"
 
 #include <cerrno>
 #include <string>
@@ -32,5 +32,14 @@ std::optional<SingleInstance> SingleInstance::acquire(const std::filesystem::pat
 }
 
 void SingleInstance::renew() const { writeID(file_); }
+
+bool SingleInstance::isOf(const std::filesystem::path& pidFile) const {
+  try {
+    const auto held = FileIdentity::of(file_), there = FileIdentity::of(pidFile);
+    return held.device == there.device && held.inode == there.inode;
+  } catch (const std::system_error&) {
+    return false;
+  }
+}
 
 }  // namespace halvo
