@@ -18,6 +18,7 @@
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/TerminationSignals.h"
+#include "CaptureShared/Labels/Clips/ClipFolder.h"
 #include "Platform/Linux/XScreenCapture.h"
 #include "app/ArchiveKey.h"
 #include "app/DesktopNeeds.h"
@@ -37,13 +38,16 @@ void startAgents(AgentActions& agents, bool isNew) {
   agents.install(all, tell);
 }
 
-std::unique_ptr<DesktopApplication> makeApplication(const std::shared_ptr<AgentPlace>& agents, const DesktopApplication::Look& look) {
+/// What was recorded can be looked at without them; a change that can't be written says so itself.
+void makeFolders() {
   try {
     DataPaths::ensureSubdirsExist();
   } catch (const std::exception& error) {
-    // What was recorded can be looked at all the same; a change that can't be written says so itself.
     std::fprintf(stderr, "%s\n", error.what());
   }
+}
+
+std::unique_ptr<DesktopApplication> makeApplication(const std::shared_ptr<AgentPlace>& agents, const DesktopApplication::Look& look) {
   return std::make_unique<DesktopApplication>(DayFeed::Config{.root = DataPaths::dataRoot(), .nowMs = Clock::system().nowMs},
                                               Pages::all(desktopNeeds(agents)), look);
 }
@@ -69,24 +73,27 @@ bool hasDisplay(const Environment& environment) {
 }
 
 /// Without a display: the conversation in the terminal it was started from.
-void converseInTerminal() {
+void converseInTerminal(const std::stop_token& stop) {
   std::fputs("no display, so no window\n", stderr);
   if (!DataPaths::ensureSubdirsExist()) {
     std::fprintf(stderr, "%s\n", DataPaths::dataRootUnavailableReason().c_str());
     return;
   }
-  const TerminationSignals ending;
-  TerminalChat({.dataRoot = DataPaths::dataRoot(), .processName = "AmbitudeApp"}, Calendar::local()).run(ending.token());
+  TerminalChat({.dataRoot = DataPaths::dataRoot(), .processName = "AmbitudeApp"}, Calendar::local()).run(stop);
 }
 
 void mainLoop(int& argc, char** argv) {
+  const TerminationSignals ending;
   const auto environment = processEnvironment();
-  if (!hasDisplay(environment)) return converseInTerminal();
+  if (!hasDisplay(environment)) return converseInTerminal(ending.token());
   const auto single = claim(environment);
   if (single && !single->isFirst()) {
     if (!single->askFirst()) std::fputs("Halvo runs already and does not answer\n", stderr);
     return;
   }
+  BackgroundQueue startup;
+  // The zones of the world are a walk through hundreds of files: it is over when the windows want to know the hour.
+  startup.post([](const std::stop_token&) { Calendar::local().hourMinute(0); });
   QApplication application(argc, argv);
   QApplication::setApplicationName("halvo");
   QApplication::setApplicationDisplayName("Halvo");
@@ -96,16 +103,22 @@ void mainLoop(int& argc, char** argv) {
   Theme::install(application, appearance.mode, appearance.textPercent);
   const bool isNew = DataRootSetup::state() == DataRootSetup::State::unconfigured;
   const auto agents = std::make_shared<AgentPlace>();
-  BackgroundQueue startup;
   startup.post([](const std::stop_token&) { ArchiveKey::provision(); });
+  // Making one removes the clips of a process that was killed while somebody watched.
+  startup.post([environment](const std::stop_token&) { ClipFolder folder(environment); });
   DesktopSession session({.setup = setupOperations(),
                           .offeredRoot = Widgets::qt(DataPaths::defaultRootForNewInstall().string()),
                           .application = [&] {
-                            startup.post([agents, isNew](const std::stop_token&) { startAgents(agents->actions(), isNew); });
+                            startup.post([agents, isNew](const std::stop_token&) {
+                              makeFolders();
+                              startAgents(agents->actions(), isNew);
+                            });
                             return makeApplication(agents, {.appearance = appearance, .appearanceFile = appearanceFile});
                           }});
   session.show();
   if (single) single->listen([&] { session.show(); });
+  // An end by a signal is an end like any other: what a page keeps on the disk goes with it.
+  const std::stop_callback end(ending.token(), [] { QMetaObject::invokeMethod(qApp, [] { QApplication::quit(); }, Qt::QueuedConnection); });
   QApplication::exec();
 }
 

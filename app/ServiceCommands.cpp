@@ -10,6 +10,9 @@
 #include "AmbitudeAppKit/AgentControl/AgentLog.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
 #include "AmbitudeAppKit/Present/ServicesPage.h"
+#include "AmbitudeAppKit/Stores/Health.h"
+#include "CaptureShared/DataRoot/DataPaths.h"
+#include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Spawn.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "app/AgentPlace.h"
@@ -66,7 +69,11 @@ void printRow(const Cells& cells) {
 
 int status() {
   AgentPlace place;
-  const auto page = ServicesPage::of(place.actions().states());
+  const auto states = place.actions().states();
+  const auto against = DataPaths::isDataRootAvailable()
+                           ? Health::complaints(states, DataPaths::dataRoot(), place.environment(), Clock::system().nowMs())
+                           : std::map<BackgroundAgent, std::string>();
+  const auto page = ServicesPage::of(states, against);
   printRow(ServicesPage::headers);
   for (const auto& row : page.rows)
     printRow(std::array{row.name, row.state, row.pid, row.lastExit, row.since, TerminalText::oneLine(row.health)});

@@ -6,10 +6,12 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "AmbitudeAppKit/AgentControl/BackgroundAgent.h"
 #include "AmbitudeAppKit/Live/TerminalText.h"
 #include "AmbitudeAppKit/Stores/DataRootSetup.h"
 #include "AmbitudeAppKit/Stores/OwnDenylist.h"
@@ -18,6 +20,7 @@
 #include "CaptureShared/DataRoot/DataRootLayout.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Foundation/UserFolders.h"
+#include "CaptureShared/Intention/CurrentTask.h"
 #include "CaptureShared/Privacy/Denylist.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 #include "CaptureShared/Recording/Retention/PurgeGuard.h"
@@ -111,8 +114,10 @@ std::optional<Answers> askAll(std::optional<std::uint64_t> memory) {
   if (!more) return std::nullopt;
   answers.extraNames = *more;
 
-  print(fmt::format("\n5. Record to {}, judge with {}, and start the agents now and at each login.", TerminalText::oneLine(answers.root),
+  print(fmt::format("\n5. Record to {}, judge with {}, and start these agents, now and at each login:", TerminalText::oneLine(answers.root),
                     answers.model));
+  for (const auto& agent : backgroundAgents)
+    print(fmt::format("   {:<15} {}{}", agent.name, agent.description.substr(agent.description.find(' ') + 1), agent.isScheduled ? ", every night" : ""));
   const auto starts = ask("   type start to do it:");
   return starts == "start" ? std::optional(answers) : std::nullopt;
 }
@@ -152,6 +157,30 @@ int removeSupport(const fs::path& support, const fs::path& root) {
   for (const auto& entry : fs::directory_iterator(support, error))
     if (entry.path().filename() != *within.begin()) status |= removeWhole(entry.path());
   return error ? fail(support.string() + ": " + error.message()) : status;
+}
+
+/// Copies of recordings in the clear, which a program that was killed leaves behind. The temporary folder goes when nothing else is in it.
+int removeTemporary(const Environment& environment) {
+  fs::path folder;
+  try {
+    folder = UserFolders::systemTemp(environment);
+  } catch (const std::runtime_error&) {
+    return 0;  // it is somebody else's, so nothing of ours was ever written there
+  }
+  int status = 0;
+  for (const char* name : {"halvo-video-decrypt", "LarkVideoRemux", "halvo-review-clips"}) status |= removeWhole(folder / name);
+  std::error_code ignored;
+  if (value(environment, "TMPDIR") != folder.string()) fs::remove(folder, ignored);
+  return status;
+}
+
+/// Removes the file that holds the declaration, and its folder when that is the usual one and nothing else is in it.
+int removeTask() {
+  const auto file = CurrentTask::path();
+  std::error_code ignored;
+  const int status = removeWhole(file);
+  if (file.parent_path().filename() == ".ambitude") fs::remove(file.parent_path(), ignored);
+  return status;
 }
 
 int removeData(const fs::path& root) {
@@ -197,16 +226,17 @@ int uninstall(bool isSure, bool keepsData) {
       list("  not Halvo's, so it stays", survey.unknown);
     }
     print("settings, keys and models, to be deleted: " + support.string());
+    print("the declaration, to be deleted: " + CurrentTask::path().string());
   }
   print("logs, to be deleted: " + logs.string());
   if (!isSure && ask("Type \"remove\" to go on:") != "remove") return fail("nothing was removed");
   // A program that still runs would write again.
   if (ServiceCommands::remove({}) != 0) return fail("the recordings and settings are as they were");
-  int status = removeWhole(logs);
+  int status = removeWhole(logs) | removeTemporary(environment);
   if (!keepsData) {
     // What could not be deleted must not lose its key.
     if (hasRoot && removeData(root) != 0) return fail("the settings and keys stay until the rest is gone");
-    status |= removeSupport(support, root) | removeWhole(OwnDenylist::file(processEnvironment()));
+    status |= removeSupport(support, root) | removeWhole(OwnDenylist::file(environment)) | removeTask();
   }
   print(status == 0 ? "removed" : "removed but for what is said above");
   return status;

@@ -4,12 +4,14 @@
 #include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
 #include "CaptureShared/DataRoot/ConfigSourcedKeys.h"
+#include "CaptureShared/Foundation/Text.h"
 #include "app/Commands.h"
 #include "app/FrameCommands.h"
 #include "app/MemoryCommands.h"
 #include "app/QuietCommands.h"
 #include "app/TeachingCommands.h"
 #include "app/ModelCommands.h"
+#include "app/RecordingCommands.h"
 #include "app/RetentionCommands.h"
 #include "app/ReviewCommands.h"
 #include "app/ServiceCommands.h"
@@ -94,6 +96,24 @@ int main(int argc, char** argv) {
     exitStatus = setRetention->parsed() ? RetentionCommands::set(keepFor, onRestart)
                  : deletes              ? RetentionCommands::apply(isSure)
                                         : RetentionCommands::show();
+  });
+
+  std::vector<std::string> pauseFor;
+  std::string quality;
+  auto* recording = app.add_subcommand("recording", "whether the screen is recorded now; a pause of it, and its quality");
+  recording->require_subcommand(0, 1);
+  auto* pauseRecording = recording->add_subcommand("pause", "record nothing for a while");
+  pauseRecording->add_option("for", pauseFor, "15m, 2h or until 16:30; else until you resume");
+  auto* resumeRecording = recording->add_subcommand("resume", "record again");
+  auto* recordIn = recording->add_subcommand("quality", "how large the pictures are");
+  recordIn->add_option("quality", quality, "full: as large as the display; compact: at most 1280 pixels wide")
+      ->required()
+      ->check(CLI::IsMember({"full", "compact"}));
+  recording->callback([&] {
+    exitStatus = pauseRecording->parsed()    ? RecordingCommands::pause(Text::join(pauseFor, " "))
+                 : resumeRecording->parsed() ? RecordingCommands::resume()
+                 : recordIn->parsed()        ? RecordingCommands::choose(quality)
+                                             : RecordingCommands::show();
   });
 
   ReviewCommands::Draw draw;
@@ -184,7 +204,7 @@ int main(int argc, char** argv) {
   };
   const auto onAgents = [&](const char* name, const char* what, std::function<int()> act) {
     auto* command = serviceCommand(name, what, std::move(act));
-    command->add_option("agent", agent, "capture, coach, memory, classifier or model; else all");
+    command->add_option("agent", agent, "which; else all")->type_name("TEXT:{capture,coach,memory,classifier,model}");
     return command;
   };
   onAgents("install", "register and start them", [&] { return ServiceCommands::install(agent, fromHere); })

@@ -25,6 +25,10 @@ Told unsettled(BackgroundAgent agent, const std::string& line, std::string detai
   return {.agent = isNamed ? std::nullopt : std::optional(agent), .words = line, .detail = std::move(detail), .isDone = false};
 }
 
+bool isRegistered(const Job& job) {
+  return job.serviceStatus == ServiceStatus::enabled || job.serviceStatus == ServiceStatus::requiresApproval;
+}
+
 void forEach(AgentActions::Agents agents, const AgentActions::Tell& tell, const std::function<std::string(BackgroundAgent)>& act) {
   for (const auto agent : agents) {
     try {
@@ -97,15 +101,16 @@ AgentActions::Told AgentActions::installOne(BackgroundAgent agent) {
   if (!ExecutablePath::isExecutableFile(deps_.control.programFolder / facts(agent).program))
     return failed(BackgroundAgentActionError(BackgroundAgentActionError::BundleSourceMissing{agent}));
   std::vector<std::string> log;
-  const auto outcome = runner([&log](const std::string& line) { log.push_back(line); }).run(deps_.allowed, std::span(&agent, 1)).front();
-  if (!outcome.isSettled) return unsettled(agent, outcome.line, Text::join(log, "; "));
+  auto migration = runner([&log](const std::string& line) { log.push_back(line); });
   try {
-    // A registration that stood already may be an older copy's.
-    if (!hasCurrentUnits(agent)) agents_.install(agent);
-    return {.agent = agent, .words = "installed"};
-  } catch (const BackgroundAgentActionError& error) {
-    return failed(error);
+    // What stands already may be an older copy's. It is renewed with the same care.
+    if (isRegistered(migration.observe(agent)) && !hasCurrentUnits(agent)) migration.mark(agent);
+  } catch (const std::system_error& error) {
+    return {.agent = agent, .words = std::string("not renewed: ") + error.what(), .isDone = false};
   }
+  const auto outcome = migration.run(deps_.allowed, std::span(&agent, 1)).front();
+  if (!outcome.isSettled) return unsettled(agent, outcome.line, Text::join(log, "; "));
+  return {.agent = agent, .words = "installed"};
 }
 
 /// True when what lies with the manager is what this copy would write.
@@ -124,9 +129,8 @@ void AgentActions::start(const Tell& tell) {
   std::vector<BackgroundAgent> due;
   for (const auto& agent : backgroundAgents) {
     const auto job = runner().observe(agent.agent);
-    const bool isRegistered = job.serviceStatus == ServiceStatus::enabled || job.serviceStatus == ServiceStatus::requiresApproval;
     // Registered and not loaded is what the person stopped.
-    if (job.legacyPlistPresent || job.interrupted || (isRegistered && job.loaded == true)) due.push_back(agent.agent);
+    if (job.legacyPlistPresent || job.interrupted || (isRegistered(job) && job.loaded == true)) due.push_back(agent.agent);
   }
   if (!due.empty()) install(due, tell);
 }

@@ -40,6 +40,11 @@ Job AgentServiceMigrationRunner::observe(BackgroundAgent agent) const {
   return job;
 }
 
+void AgentServiceMigrationRunner::mark(BackgroundAgent agent) const {
+  fs::create_directories(deps_.markerFolder);
+  writeFileAtomically(marker(agent), "");
+}
+
 std::vector<AgentServiceMigrationRunner::Outcome> AgentServiceMigrationRunner::run(Precondition precondition,
                                                                                    std::span<const BackgroundAgent> agents) {
   std::vector<Job> jobs;
@@ -76,8 +81,7 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::carryOut(Backg
 AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::replace(BackgroundAgent agent, const Job& job, Outcome outcome) {
   const auto name = label(agent);
   try {
-    fs::create_directories(deps_.markerFolder);
-    writeFileAtomically(marker(agent), "");
+    mark(agent);
   } catch (const std::system_error& error) {
     say(name + ": not moved: " + error.what());
     outcome.isSettled = false;
@@ -148,6 +152,8 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::rollBack(Backg
     outcome.line = legacyCleanupBlockedLine;
     return outcome;
   }
+  // A registration that stood before has gone, with nothing in its place.
+  if (!job.legacyPlistPresent && (job.interrupted || installUnregistersFirst(job.serviceStatus))) return outcome;
   try {
     deps_.removeFile(marker(agent));
   } catch (const std::system_error& error) {

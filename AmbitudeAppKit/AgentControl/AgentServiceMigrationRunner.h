@@ -13,8 +13,8 @@
 
 namespace halvo {
 
-/// Carries out what `AgentServiceMigration` decides. Broken off anywhere, a job has its legacy file or a registration that started, and the
-/// next run goes on: a marker file stands from before the first change until the job is settled.
+/// Carries out what `AgentServiceMigration` decides. Broken off anywhere, a job has its legacy file or a registration that started, or the
+/// next run goes on: a marker file stands from before the first change until the job is settled or as it was.
 class AgentServiceMigrationRunner {
  public:
   struct Dependencies {
@@ -38,6 +38,8 @@ class AgentServiceMigrationRunner {
   };
   std::vector<Outcome> run(AgentServiceMigration::Precondition precondition, std::span<const BackgroundAgent> agents);
 
+  /// Has the next run do a registration over, as after a move that was broken off. Throws `std::system_error`.
+  void mark(BackgroundAgent agent) const;
   /// The facts that the decision is made on.
   AgentServiceMigration::Job observe(BackgroundAgent agent) const;
 

@@ -21,11 +21,13 @@ const char* memoryLimit(BackgroundAgent agent) {
   return "";
 }
 
+/// A path where the manager knows specifiers only.
+std::string plain(const std::filesystem::path& path) { return Text::replaceAll(path.string(), "%", "%%"); }
+
 /// A path as one word of ExecStart, which knows specifiers, variables and escapes.
 std::string quoted(const std::filesystem::path& path) {
-  auto text = path.string();
-  for (const auto& [from, to] : {std::pair{"\\", "\\\\"}, {"\"", "\\\""}, {"%", "%%"}, {"$", "$$"}})
-    text = Text::replaceAll(std::move(text), from, to);
+  auto text = plain(path);
+  for (const auto& [from, to] : {std::pair{"\\", "\\\\"}, {"\"", "\\\""}, {"$", "$$"}}) text = Text::replaceAll(std::move(text), from, to);
   return "\"" + text + "\"";
 }
 
@@ -34,6 +36,8 @@ std::string service(const BackgroundAgentFacts& agent, const std::filesystem::pa
   std::string unit = fmt::format("[Unit]\nDescription={}\n", agent.description);
   // What looks at the screen lives and ends with the graphical session; DISPLAY and XAUTHORITY are in the manager's environment by then.
   if (!agent.isScheduled && !isModel) unit += "PartOf=graphical-session.target\nAfter=graphical-session.target\n";
+  // Without its program, as after the package was taken away, the job rests instead of failing every two seconds.
+  unit += fmt::format("ConditionFileIsExecutable={}\n", plain(programFolder / agent.program));
   // The agents wait for longer, where that helps, themselves: the manager never gives up.
   if (!agent.isScheduled) unit += "StartLimitIntervalSec=0\n";
   unit += fmt::format("\n[Service]\nType={}\nExecStart={}\n", agent.isScheduled ? "oneshot" : "exec",
@@ -41,6 +45,8 @@ std::string service(const BackgroundAgentFacts& agent, const std::filesystem::pa
   if (!agent.isScheduled) unit += fmt::format("Restart=always\nRestartSec={}\n", isModel ? 30 : 2);
   unit += fmt::format("TimeoutStopSec={}\n", isModel ? 3 : 10);
   unit += "UMask=0077\nLimitCORE=0\nNoNewPrivileges=yes\nRestrictSUIDSGID=yes\nLockPersonality=yes\n";
+  // A temporary folder of its own, emptied when it ends. PrivateTmp would hide the X server's socket.
+  unit += fmt::format("RuntimeDirectory=halvo-{0}\nRuntimeDirectoryMode=0700\nEnvironment=TMPDIR=%t/halvo-{0}\n", agent.shortName);
   unit += memoryLimit(agent.agent);
   if (agent.isScheduled) unit += "Nice=10\nIOSchedulingClass=idle\n";
   if (!agent.isScheduled) unit += fmt::format("\n[Install]\nWantedBy={}\n", isModel ? "default.target" : "graphical-session.target");

@@ -43,17 +43,30 @@ std::string names(std::span<const std::pair<Component, Status>> components, auto
   return list;
 }
 
+/// The worst of what the components do; absent while nothing is wrong with them and no call is on.
+std::optional<State> componentState(const Facts& facts) {
+  if (const auto worst = worstFault(facts.components)) return silentState(worst->first, std::get<Silent>(worst->second));
+  for (const auto& [component, status] : facts.components)
+    if (const auto* paused = std::get_if<Paused>(&status)) return pausedState(paused->pause, facts.nowMs);
+  return std::nullopt;
+}
+
 }  // namespace
 
 State state(const Facts& facts) {
   if (facts.dataRootTrouble) return warning("Recording nothing", *facts.dataRootTrouble);
-  if (facts.fault && !CaptureFaultStore::isStale(*facts.fault, facts.nowMs)) return faultState(*facts.fault, facts.nowMs);
-  if (const auto worst = worstFault(facts.components)) return silentState(worst->first, std::get<Silent>(worst->second));
-  for (const auto& [component, status] : facts.components)
-    if (const auto* paused = std::get_if<Paused>(&status)) return pausedState(paused->pause, facts.nowMs);
-
+  const auto& pause = facts.recordingPause;
+  if (pause && pause->isUnreadable) return warning("Recording " + pause->words, "pause it anew, or resume it");
+  // What stopped the recorder before the person did is no matter while they want none.
+  if (!pause && facts.fault && !CaptureFaultStore::isStale(*facts.fault, facts.nowMs)) return faultState(*facts.fault, facts.nowMs);
+  if (auto state = componentState(facts)) {
+    if (pause) state->detail += (state->detail.empty() ? "recording " : "; recording ") + pause->words;
+    return *state;
+  }
   const auto off = names(facts.components, [](const Status& status) { return std::holds_alternative<OffByChoice>(status); });
   const auto on = names(facts.components, [](const Status& status) { return !std::holds_alternative<OffByChoice>(status); });
+  if (pause)
+    return {.symbol = "media-playback-pause-symbolic", .title = "Recording " + pause->words, .detail = "by choice" + (on.empty() ? "" : "; at work: " + on)};
   if (on.empty()) return {.symbol = "system-shutdown-symbolic", .title = "Off", .detail = "by choice"};
   return {.symbol = "emblem-ok-symbolic", .title = "Working", .detail = on + (off.empty() ? "" : "; off by choice: " + off)};
 }

@@ -9,6 +9,12 @@
 
 namespace halvo {
 
+namespace {
+
+constexpr std::size_t longest = 4'096;
+
+}  // namespace
+
 std::filesystem::path Appearance::path(const Environment& environment) { return UserFolders::supportDir(environment) / "appearance.json"; }
 
 Appearance Appearance::decode(std::string_view text) {
@@ -28,7 +34,8 @@ std::string Appearance::encode() const {
 
 Appearance Appearance::read(const std::filesystem::path& from) {
   try {
-    return decode(readFile(from));
+    // Ours is a hundred bytes: whatever is longer is none, and is not waited for.
+    return decode(FileHandle::openForRead(from).readAt(0, longest));
   } catch (const std::system_error&) {
     return {};
   }

@@ -6,7 +6,7 @@
 
 namespace halvo {
 
-BackgroundQueue::BackgroundQueue() : worker_([this](const std::stop_token& stop) { work(stop); }) {}
+BackgroundQueue::BackgroundQueue(AtEnd atEnd) : atEnd_(atEnd), worker_([this](const std::stop_token& stop) { work(stop); }) {}
 
 BackgroundQueue::~BackgroundQueue() {
   worker_.request_stop();
@@ -27,7 +27,7 @@ void BackgroundQueue::work(const std::stop_token& stop) {
     {
       std::unique_lock hold(mutex_);
       if (!wake_.wait(hold, stop, [this] { return !jobs_.empty(); })) return;
-      if (stop.stop_requested()) return;
+      if (stop.stop_requested() && atEnd_ == AtEnd::drop) return;
       job = std::move(jobs_.front());
       jobs_.pop_front();
     }

@@ -14,8 +14,10 @@ class BackgroundQueue {
  public:
   using Job = std::function<void(const std::stop_token&)>;
 
-  BackgroundQueue();
-  /// Stops the job that runs and waits for it; jobs that have not begun are dropped.
+  /// What becomes of jobs that have not begun when the queue ends.
+  enum class AtEnd { drop, finish };
+  explicit BackgroundQueue(AtEnd atEnd = AtEnd::drop);
+  /// Stops the job that runs and waits for it, and for the others when they are to be finished.
   ~BackgroundQueue();
   BackgroundQueue(const BackgroundQueue&) = delete;
   BackgroundQueue& operator=(const BackgroundQueue&) = delete;
@@ -25,6 +27,7 @@ class BackgroundQueue {
  private:
   void work(const std::stop_token& stop);
 
+  const AtEnd atEnd_;
   std::mutex mutex_;
   std::condition_variable_any wake_;
   std::deque<Job> jobs_;

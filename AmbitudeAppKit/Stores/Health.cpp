@@ -7,6 +7,8 @@
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
 #include "CaptureShared/Recording/Supervision/ComponentActivity.h"
+#include "CaptureShared/Recording/Supervision/RecordingControls.h"
+#include "CaptureShared/Signals/SignalsNotes.h"
 #include "CaptureShared/Signals/SignalsReader.h"
 #include "Platform/Desktop/DesktopFacts.h"
 
@@ -29,8 +31,47 @@ std::optional<std::int64_t> lockedAtMs(const std::filesystem::path& root) {
   }
 }
 
-std::optional<std::int64_t> activityMs(Component component, const std::filesystem::path& root) {
-  return component == Component::capture ? captureActivityMs(root) : ComponentActivity::last(component, root);
+/// When the classifier, which watches the sampler, last saw a row of its; absent unless it says that there are no more.
+std::optional<std::int64_t> samplesEndedAtMs(const std::filesystem::path& root, std::int64_t nowMs) {
+  const auto note = SignalsStaleNoteStore::read(SignalsStaleNoteStore::url(root));
+  return note && SignalsStaleNoteStore::isCurrent(*note, nowMs) ? std::optional(note->lastGoodTickAtMs) : std::nullopt;
+}
+
+bool isDeliberatelyRemoved(const std::filesystem::path& root) {
+  constexpr auto marginMs = static_cast<std::int64_t>(ComponentHealth::expectedCadence * 1000);
+  const auto intent = CaptureRemovalIntentStore::read(CaptureRemovalIntentStore::url(root));
+  return intent && !CaptureRemovalIntentStore::isSuperseded(*intent, ComponentActivity::last(Component::capture, root), marginMs);
+}
+
+/// When the recorder was last told anything: a pause that is just over is no silence.
+std::optional<std::int64_t> controlledAtMs(const std::filesystem::path& root, const RecordingControls& controls) {
+  return std::max(ComponentActivity::modificationDate(RecordingControls::path(root)), controls.pausedUntilMs);
+}
+
+ComponentHealth::Status captureStatus(const std::filesystem::path& root, const RecordingControls& controls, std::int64_t nowMs) {
+  if (controls.isPaused(nowMs)) return ComponentHealth::status({.supervision = ComponentHealth::Supervision::offByChoice, .nowMs = nowMs});
+  if (const auto endedAtMs = samplesEndedAtMs(root, nowMs);
+      ComponentHealth::capturedForcedByStaleSignals({.component = Component::capture,
+                                                     .signalsAreKnown = endedAtMs.has_value(),
+                                                     .deliberatelyRemoved = isDeliberatelyRemoved(root)}))
+    return ComponentHealth::Silent{.lastActivityMs = endedAtMs, .quietFor = static_cast<double>(nowMs - *endedAtMs) / 1000};
+  return ComponentHealth::status({.lastActivityMs = std::max(captureActivityMs(root), controlledAtMs(root, controls)), .nowMs = nowMs});
+}
+
+ComponentHealth::Status statusOf(Component component, const std::filesystem::path& root, const RecordingControls& controls, std::int64_t nowMs) {
+  if (component == Component::capture) return captureStatus(root, controls, nowMs);
+  return ComponentHealth::status({.component = component, .lastActivityMs = ComponentActivity::last(component, root), .nowMs = nowMs});
+}
+
+std::optional<Component> componentOf(BackgroundAgent agent) {
+  switch (agent) {
+    case BackgroundAgent::captureSupervisor: return Component::capture;
+    case BackgroundAgent::classifier: return Component::classifier;
+    case BackgroundAgent::coachDriver: return Component::coach;
+    case BackgroundAgent::consolidate:
+    case BackgroundAgent::localModel: return std::nullopt;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -40,17 +81,41 @@ std::optional<std::int64_t> captureActivityMs(const std::filesystem::path& root)
   return std::max(ComponentActivity::last(Component::capture, root), lockedAtMs(root));
 }
 
-SidebarHealthStrip::State look(const Environment& environment, std::int64_t nowMs) {
+SidebarHealthStrip::State look(const Environment& environment, std::int64_t nowMs, const Calendar& calendar) {
   const bool hasRoot = DataPaths::isDataRootAvailable();
   const auto root = DataPaths::dataRoot();
+  const auto controls = RecordingControls::read(root);
   std::array<std::pair<Component, ComponentHealth::Status>, 3> components;
   std::size_t i = 0;
   for (const auto component : {Component::capture, Component::classifier, Component::coach})
-    components[i++] = {component, ComponentHealth::status({.component = component, .lastActivityMs = activityMs(component, root), .nowMs = nowMs})};
+    components[i++] = {component, statusOf(component, root, controls, nowMs)};
+  std::optional<SidebarHealthStrip::RecordingPause> pause;
+  if (controls.isPaused(nowMs)) pause = {.words = controls.words(nowMs, calendar), .isUnreadable = controls.isUnreadable};
   return SidebarHealthStrip::state({.dataRootTrouble = hasRoot ? std::nullopt : std::optional(DataPaths::dataRootUnavailableReason()),
                                     .fault = CaptureFaultStore::read(CaptureFaultStore::path(environment)),
+                                    .recordingPause = std::move(pause),
                                     .components = components,
                                     .nowMs = nowMs});
+}
+
+std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgentState> states, const std::filesystem::path& root,
+                                                  const Environment& environment, std::int64_t nowMs, const Calendar& calendar) {
+  const auto controls = RecordingControls::read(root);
+  std::map<BackgroundAgent, std::string> words;
+  for (const auto& state : states) {
+    const auto component = componentOf(state.agent);
+    if (!component || !std::holds_alternative<BackgroundAgentState::Running>(state.runState)) continue;
+    const auto fault = component == Component::capture ? CaptureFaultStore::read(CaptureFaultStore::path(environment)) : std::nullopt;
+    const auto status = statusOf(*component, root, controls, nowMs);
+    const auto* silent = std::get_if<ComponentHealth::Silent>(&status);
+    if (component == Component::capture && controls.isPaused(nowMs))
+      words[state.agent] = "recording " + controls.words(nowMs, calendar);
+    else if (fault && !CaptureFaultStore::isStale(*fault, nowMs))
+      words[state.agent] = CaptureFault::headline(fault->kind);
+    else if (silent)
+      words[state.agent] = silent->lastActivityMs ? "has written nothing for " + SidebarHealthStrip::brief(silent->quietFor) : "has not been at work yet";
+  }
+  return words;
 }
 
 }  // namespace halvo::Health

@@ -18,14 +18,14 @@ namespace {
 constexpr const char* program = "AmbitudeApp";
 
 template <class F>
-Failure attempt(F&& change) {
+Failure attempt(F&& change, const char* ifItFails = "not recorded: ") {
   if (!DataPaths::isDataRootAvailable()) return DataPaths::dataRootUnavailableReason();
   try {
     DataPaths::ensureSubdirsExist();
     std::forward<F>(change)();
     return std::nullopt;
   } catch (const std::exception& error) {
-    return std::string("not recorded: ") + error.what();
+    return ifItFails + std::string(error.what());
   }
 }
 
@@ -35,6 +35,11 @@ Failure append(const EventLogEvent& event) {
 
 Failure record(const IntentionWriter::Record& record) {
   return attempt([&] { IntentionWriter::perform(record, IntentionWriter::standardSinks(program)); });
+}
+
+template <class F>
+Failure control(F&& change) {
+  return attempt([&] { std::forward<F>(change)(RecordingControls::read(DataPaths::dataRoot())).write(DataPaths::dataRoot()); }, "not changed: ");
 }
 
 /// What a line says of its end: the words before that, and a clock time.
@@ -93,6 +98,18 @@ Failure say(const std::string& text) {
 Failure dismissConversation(std::int64_t nowMs, Dismissal how) {
   return append(how == Dismissal::closed ? CoachTurnEffects::userDismissedUIEvent(nowMs)
                                          : CoachTurnEffects::event("ui_closed", {{"dismissed_by", "answer"}}, nowMs));
+}
+
+Failure pauseRecording(std::optional<std::int64_t> untilMs, std::int64_t nowMs) {
+  return control([&](const RecordingControls& present) { return present.paused(nowMs, untilMs); });
+}
+
+Failure resumeRecording() {
+  return control([](const RecordingControls& present) { return present.resumed(); });
+}
+
+Failure recordIn(RecordingControls::Quality quality, std::int64_t nowMs) {
+  return control([&](const RecordingControls& present) { return present.with(quality, nowMs); });
 }
 
 Failure forgetCorrection(std::int64_t atMs) {

@@ -6,6 +6,7 @@
 
 #include "AmbitudeCore/Folds/UserQuietWindow.h"
 #include "CaptureShared/Foundation/Calendar.h"
+#include "CaptureShared/Recording/Supervision/RecordingControls.h"
 
 /// What a person does in a window, written to the present data root, where the other programs read it. Each answers why it could not be done, in
 /// words for the person; absent when it was.
@@ -37,6 +38,10 @@ enum class Dismissal {
 };
 /// The conversation is no longer open.
 Failure dismissConversation(std::int64_t nowMs, Dismissal how = Dismissal::closed);
+/// Pauses the recording of the screen; without `untilMs` until the person resumes.
+Failure pauseRecording(std::optional<std::int64_t> untilMs, std::int64_t nowMs);
+Failure resumeRecording();
+Failure recordIn(RecordingControls::Quality quality, std::int64_t nowMs);
 /// Deletes the correction that was recorded at `atMs`.
 Failure forgetCorrection(std::int64_t atMs);
 

@@ -18,6 +18,8 @@ namespace fs = std::filesystem;
 struct ServiceCommandTest : testing::Test {
   ServiceCommandTest() {
     fs::create_directories(folder.path() / "home");
+    folder.write("tmp/halvo-video-decrypt/left.mkv", "");
+    fs::permissions(folder.path() / "tmp", fs::perms::owner_all);
     fs::create_directories(bin);
     fs::copy_file(std::string(HALVO_BIN) + "/halvo", bin / "halvo");  // it finds the agents beside itself
   }
@@ -35,9 +37,10 @@ struct ServiceCommandTest : testing::Test {
     const Environment environment{{"HOME", folder.path() / "home"},
                                   {"PATH", bin.string() + ":/usr/bin:/bin:/usr/sbin:/sbin"},
                                   {"F", folder.path()},
+                                  {"TMPDIR", folder.path() / "tmp"},
                                   {"TZ", "Etc/UTC"}};
     test::ChildProcess command("/usr/bin/env", inside, environment, {{in.fd(), 0}, {out.fd(), 1}, {out.fd(), 2}});
-    const auto status = command.wait(60).value_or(-1);
+    const auto status = command.wait(150).value_or(-1);
     said = readFile(folder.path() / "out");
     return status;
   }
@@ -48,7 +51,7 @@ struct ServiceCommandTest : testing::Test {
         "export XDG_RUNTIME_DIR=/run/user\n"
         "/lib/systemd/systemd --user >/dev/null 2>&1 &\n"
         "n=0; until systemctl --user show-environment >/dev/null 2>&1; do n=$((n+1)); [ $n -gt 100 ] && exit 90; sleep 0.1; done\n";
-    return sh(start + script, "", {"unshare", "--map-root-user", "--mount", "--pid", "--fork", "--kill-child"});
+    return sh(start + script, "", {"unshare", "--map-root-user", "--mount-proc", "--pid", "--fork", "--kill-child"});
   }
   bool saw(const char* pattern) const { return std::regex_search(said, std::regex(pattern)); }
 
@@ -58,7 +61,7 @@ struct ServiceCommandTest : testing::Test {
 };
 
 TEST_F(ServiceCommandTest, livesUnderTheServiceManager) {
-  agent("Supervisor", "exec sleep 1000");
+  agent("Supervisor", "stat -c 'its own %a %n' $TMPDIR > $F/own; exec sleep 1000");
   agent("CoachDriver", "exec sleep 1000");
   agent("Consolidate", "exit 0");
   agent("ClassifierVerify", "exit 3");
@@ -70,11 +73,16 @@ TEST_F(ServiceCommandTest, livesUnderTheServiceManager) {
       "[ $before != $(systemctl --user show -P MainPID com.brindle.lark.supervisor.direct) ] && echo another process\n"
       "halvo services stop coach; halvo services | sed -n 's/^Coach/then Coach/p'\n"
       "halvo services begin; halvo services | sed -n 's/^Coach/at last Coach/p'\n"
+      "cat $F/own; printf '#!/bin/sh\\ntrap : TERM; while :; do sleep 1; done' > $F/bin/LocalModel; halvo services restart model\n"
+      "began=$(date +%s); halvo services stop model; echo killed after $(($(date +%s) - began)) s\n"
+      "rm $F/bin/Supervisor; kill $(systemctl --user show -P MainPID com.brindle.lark.supervisor.direct)\n"
+      "n=0; until [ $(systemctl --user is-active com.brindle.lark.supervisor.direct) = inactive ]; do n=$((n+1)); [ $n -gt 100 ] && break; sleep 0.1; done\n"
+      "[ $n -lt 100 ] && echo rests without its program; halvo declare essay\n"
       "echo mine > \"$R/diary\"; echo x > \"$R/signals.sqlite\"; : > $F/id\n"
       "mount --bind $F/id /etc/machine-id && echo remove | halvo uninstall; echo refused $?; umount /etc/machine-id\n"
       "echo 0123456789abcdef0123456789abcdef > $F/id; mount --bind $F/id /etc/machine-id\n"
       "echo no | halvo uninstall; ls \"$R\" | tr '\\n' ' '\n"
-      "echo remove | halvo uninstall; echo gone $?; find $HOME -type f");
+      "echo remove | halvo uninstall; echo gone $?; find $HOME $TMPDIR -type f");
   if (status == 90) {
     std::puts("no systemd can run for this account: not shown");
     return;
@@ -83,6 +91,7 @@ TEST_F(ServiceCommandTest, livesUnderTheServiceManager) {
        {"Classifier +Set up, but it didn't start", "rolled back: the job exited 3", "AMBITCAP_DENYLIST=\".*,My Vault\"", "drwx------.*data",
         "Capture +running +[0-9]+ +-", "Coach +running", "Nightly memory +waiting for its first run", "Classifier +not installed",
         "Local model +failing +- +69", "another process", "then Coach +stopped", "at last Coach +running",
+        "Coach +running [^\n]*has not been at work yet", "its own 700 /run/user/halvo-capture", "killed after [3-9] s", "rests without its program",
         "so nothing was deleted.\nrefused 1", "nothing was removed\ndiary io-layer signals.sqlite video", "not Halvo's, so it stays \\(1\\):\n  diary",
         "removed\ngone 0\n[^\n]*/data/diary\n$"})
     EXPECT_TRUE(saw(pattern)) << pattern << "\n" << said;

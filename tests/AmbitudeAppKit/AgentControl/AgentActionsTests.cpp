@@ -50,7 +50,21 @@ TEST_F(AgentActionsTest, aStartGoesOnWithWhatIsThereAndTouchesNothingElse) {
   actions().start(tell);
   EXPECT_FALSE(job(Agent::localModel).isRegistered) << "the person removed it";
   EXPECT_TRUE(job(Agent::coachDriver).isRegistered && job(Agent::consolidate).isRegistered);
-  EXPECT_EQ(std::ranges::count(manager.calls, "unregister"), 3) << "the classifier's, and two whose units the fake does not write";
+  EXPECT_EQ(std::ranges::count(manager.calls, "unregister"), 1) << "the classifier's";
+}
+
+TEST_F(AgentActionsTest, aRenewalThatFailsAnywhereIsGoneOnWithAtTheNextStart) {
+  auto& classifier = job(Agent::classifier);
+  for (std::size_t failing = 0; failing < 4; ++failing) {
+    classifier.isRegistered = true, classifier.startsWhenRegistered = failing < 2;
+    manager.calls = {}, manager.failingCall = failing;
+    actions().start(tell);
+    EXPECT_TRUE((classifier.isRegistered && classifier.startsWhenRegistered) || std::filesystem::exists(folder.path() / "markers" / label(Agent::classifier)));
+    classifier.startsWhenRegistered = true, manager.failingCall = {};
+    actions().start(tell);
+    EXPECT_TRUE(classifier.isRegistered) << failing;
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "markers"));
+  }
 }
 
 TEST_F(AgentActionsTest, whatStandsInTheWayIsKeptUntilItIsGone) {

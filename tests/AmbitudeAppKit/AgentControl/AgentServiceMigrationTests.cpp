@@ -74,6 +74,19 @@ TEST(AgentServiceMigration, verdict) {
   for (const auto& c : cases) EXPECT_EQ(verdict(c.status, c.seen, c.pid), c.want);
 }
 
+TEST(AgentServiceMigration, aFailureIsToldByWhatHelps) {
+  const struct {
+    const char* domain;
+    int code;
+    const char* want;
+  } cases[] = {{"NSPOSIXErrorDomain", EACCES, "Check that Halvo is on in Login Items, then try again."},
+               {"NSPOSIXErrorDomain", ENOENT, "This copy of Halvo looks damaged, so Coach"},
+               {"NSPOSIXErrorDomain", ETIMEDOUT, "Coach couldn't be turned on just now."},
+               {"elsewhere", EACCES, "Coach couldn't be turned on just now."}};
+  for (const auto& c : cases)
+    EXPECT_NE(userMessage(ServiceAction::turnOn, "Coach", errorKind(c.domain, c.code)).find(c.want), std::string::npos) << c.domain << c.code;
+}
+
 TEST(AgentServiceMigration, banners) {
   using enum ServiceStatus;
   const auto statuses = [](ServiceStatus capture, ServiceStatus coach, ServiceStatus model) {

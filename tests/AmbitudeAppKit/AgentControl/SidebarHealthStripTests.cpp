@@ -33,11 +33,21 @@ TEST(SidebarHealthStrip, theWorstThingIsTheOneThatIsSaid) {
   for (const auto& c : cases) {
     const std::pair<Component, Status> components[] = {
         {Component::capture, c.capture}, {Component::classifier, c.classifier}, {Component::coach, c.coach}};
-    const auto state = SidebarHealthStrip::state({c.rootTrouble, c.fault, components, nowMs});
+    const auto state = SidebarHealthStrip::state({.dataRootTrouble = c.rootTrouble, .fault = c.fault, .components = components, .nowMs = nowMs});
     EXPECT_EQ(state.title, c.title);
     EXPECT_EQ(state.detail, c.detail);
     EXPECT_EQ(state.tone, c.tone) << c.title;
   }
+  const auto paused = [&](std::optional<std::string> rootTrouble, const Status& classifier, bool isUnreadable) {
+    const std::pair<Component, Status> components[] = {{Component::capture, OffByChoice{}}, {Component::classifier, classifier}};
+    const auto state = SidebarHealthStrip::state(
+        {.dataRootTrouble = rootTrouble, .fault = full, .recordingPause = {{"paused", isUnreadable}}, .components = components, .nowMs = nowMs});
+    return state.title + " / " + state.detail + (state.tone == Tone::warning ? " !" : "");
+  };
+  EXPECT_EQ(paused({}, Working{}, false), "Recording paused / by choice; at work: Classifier") << "whatever stopped it before";
+  EXPECT_EQ(paused({}, silent, false), "Classifier is silent / Reading what's on it: nothing for 6m; recording paused !");
+  EXPECT_EQ(paused({}, silent, true), "Recording paused / pause it anew, or resume it !");
+  EXPECT_EQ(paused("away", silent, true), "Recording nothing / away !");
 }
 
 }  // namespace

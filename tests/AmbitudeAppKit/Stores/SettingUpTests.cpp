@@ -15,7 +15,9 @@
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Net/HTTPTransportRouter.h"
+#include "CaptureShared/Recording/Supervision/RecordingControls.h"
 #include "CaptureShared/Signals/Schema.h"
+#include "CaptureShared/Signals/SignalsNotes.h"
 #include "Platform/Testing/FakePlatform.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -66,6 +68,12 @@ TEST_F(SettingUpTest, theHealthLineReadsWhatWasWritten) {
     sampled(1'000, "Firefox");
   }
   EXPECT_EQ(title(), "Capture is silent");
+  RecordingControls{}.paused(nowMs - 1, nowMs + 60'000).write(root);
+  EXPECT_EQ(title(), "Recording paused until 3:01");
+  RecordingControls{.pausedUntilMs = nowMs - 1'000}.write(root);
+  EXPECT_EQ(title(), "Working") << "the pause is only just over";
+  SignalsStaleNoteStore::write({.lastGoodTickAtMs = nowMs - 200'000, .updatedAtMs = nowMs}, SignalsStaleNoteStore::url(root));
+  EXPECT_EQ(title(), "Capture is silent") << "what the classifier misses speaks against the pair";
 }
 
 TEST_F(SettingUpTest, theLookIsKeptPrivatelyAndReadWithCare) {
