@@ -72,7 +72,8 @@ ReviewPage ReviewDesk::draw(const Draw& wanted, const OnProgress& onProgress) {
                                        .limit = wanted.limit,
                                        .asOfMs = config_.nowMs(),
                                        .isRenderable = wanted.footage == Footage::needed ? config_.isRenderable : nullptr,
-                                       .onProgress = [&](const auto& phase) { onProgress(RampSampleSelector::RampLoadPhase::text(phase)); }},
+                                       .onProgress =
+                                           [&](const auto& phase) { onProgress(RampSampleSelector::RampLoadPhase::text(phase)); }},
                                       config_.calendar);
         if (!drawn) {
           none = wanted.footage == Footage::needed ? "There is no moment of the last two days that footage can be shown of."

@@ -79,7 +79,8 @@ std::string inFront(const ReviewSession::Blind& moment) {
 }
 
 std::string verdict(const ReviewSession::Reveal& told) {
-  return LabelVocabulary::displayNameForState(told.state) + (told.confidence ? fmt::format(" ({:.0f} % sure)", 100 * *told.confidence) : "") +
+  return LabelVocabulary::displayNameForState(told.state) +
+         (told.confidence ? fmt::format(" ({:.0f} % sure)", 100 * *told.confidence) : "") +
          (told.reason ? ": " + *told.reason : "");
 }
 
@@ -95,10 +96,12 @@ Score of(const ReviewScore::Score& score, ReviewScore::Evidence evidence) {
     made.rows.push_back({state, std::to_string(counts.verdicts), std::to_string(counts.truths), std::to_string(counts.agreed),
                          percent(counts.precision()), percent(counts.recall())});
   const bool isBlind = evidence == ReviewScore::Evidence::blindRandom;
-  made.lines = {fmt::format("agreed: {} of {}", score.agreed, score.scored),
-                fmt::format("left out: {} where no state is the truth, {} without a verdict in the log, {} of other evidence; {} revision(s)",
-                            score.noTruth, score.noVerdict, score.otherEvidence, score.revisionsPassed)};
-  if (isBlind) made.lines.emplace_back("rare states are drawn more often than they come, so recall and the total are of these moments, not of a day");
+  made.lines = {
+      fmt::format("agreed: {} of {}", score.agreed, score.scored),
+      fmt::format("left out: {} where no state is the truth, {} without a verdict in the log, {} of other evidence; {} revision(s)",
+                  score.noTruth, score.noVerdict, score.otherEvidence, score.revisionsPassed)};
+  if (isBlind)
+    made.lines.emplace_back("rare states are drawn more often than they come, so recall and the total are of these moments, not of a day");
   return made;
 }
 

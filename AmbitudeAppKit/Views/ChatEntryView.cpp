@@ -28,14 +28,16 @@ ChatEntryView::ChatEntryView(const Conversation::Entry& entry, const Calendar& c
 QWidget* ChatEntryView::bubble(const Conversation::Entry& entry, const Calendar& calendar) {
   QVBoxLayout* column = nullptr;
   auto* frame = Widgets::card(column);
-  const auto& theme = Theme::current();
   const bool isYours = entry.kind == Kind::you;
-  frame->setStyleSheet(QString("QFrame[card=\"true\"] { background: %1; border: 1px solid %2; border-radius: %3px; }")
-                           .arg(isYours ? theme.raised.name() : theme.surface.name(), theme.line.name())
-                           .arg(Theme::scaled(10)));
+  Theme::follow(frame, [frame, isYours] {
+    const auto& theme = Theme::current();
+    frame->setStyleSheet(QString("QFrame[card=\"true\"] { background: %1; border: 1px solid %2; border-radius: %3px; }")
+                             .arg(isYours ? theme.raised.name() : theme.surface.name(), theme.line.name())
+                             .arg(Theme::scaled(10)));
+  });
   const auto who = isYours ? tr("You") : tr("Lark");
   auto* head = Widgets::note(tr("%1, %2").arg(who, qt(calendar.hourMinute(entry.tsMs))));
-  head->setFont(Theme::font(0.85));
+  Theme::setFont(head, 0.85);
   auto* words = Widgets::text(qt(entry.text));
   words->setAccessibleName(tr("%1 said: %2").arg(who, qt(entry.text)));
   column->addWidget(head);
@@ -54,9 +56,9 @@ QWidget* ChatEntryView::bubble(const Conversation::Entry& entry, const Calendar&
 QWidget* ChatEntryView::line(const Conversation::Entry& entry, std::function<void(const Conversation::Undo&)> undo) {
   auto* holder = new QWidget;
   auto* row = new QHBoxLayout(holder);
-  row->setContentsMargins(Theme::scaled(8), 0, Theme::scaled(8), 0);
+  Theme::follow(row, [row] { row->setContentsMargins(Theme::scaled(8), 0, Theme::scaled(8), 0); });
   auto* words = Widgets::note(qt(entry.text));
-  if (entry.kind == Kind::day) words->setAlignment(Qt::AlignCenter), words->setFont(Theme::font(0.9, true));
+  if (entry.kind == Kind::day) words->setAlignment(Qt::AlignCenter), Theme::setFont(words, 0.9, true);
   if (entry.kind == Kind::notice) words->setProperty("muted", false), words->setProperty("tone", "warning");
   row->addWidget(words, 1);
   if (entry.undo)

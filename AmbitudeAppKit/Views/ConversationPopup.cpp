@@ -3,12 +3,9 @@
 #include <QCloseEvent>
 #include <QGuiApplication>
 #include <QKeyEvent>
-#include <QLabel>
-#include <QLineEdit>
 #include <QScreen>
 #include <QVBoxLayout>
 
-#include "AmbitudeAppKit/Stores/PersonActions.h"
 #include "AmbitudeAppKit/Views/ConversationView.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 
@@ -31,20 +28,17 @@ ConversationPopup::ConversationPopup(DayFeed& feed)
   column->setContentsMargins(0, 0, 0, 0);
   conversation_ = new ConversationView(feed_, entriesShown);
   column->addWidget(conversation_);
-  resize(Theme::scaled(400), Theme::scaled(340));
-  connect(conversation_, &ConversationView::said, this, [this] {
-    PersonActions::dismissConversation(feed_.config().nowMs(), PersonActions::Dismissal::answered);
-    hide();
-  });
+  Theme::follow(this, [this] { resize(Theme::scaled(400), Theme::scaled(340)); });
+  connect(conversation_, &ConversationView::said, this, [this] { end(PersonActions::Dismissal::answered); });
   connect(&feed_, &DayFeed::conversationChanged, this, &ConversationPopup::follow);
   follow();
 }
 
 void ConversationPopup::follow() {
   const auto& conversation = feed_.conversation();
-  if (!conversation.isOpen) return hide();
+  if (!conversation.isOpen && !isWished_) return hide();
   // Also what was asked for while no application ran, as long as it is unanswered.
-  if (conversation.wantsAnswer && conversation.openedMs > presentedMs_) present();
+  if (conversation.isOpen && conversation.wantsAnswer && conversation.openedMs > presentedMs_) present();
 }
 
 void ConversationPopup::present() {
@@ -55,10 +49,23 @@ void ConversationPopup::present() {
   show();
 }
 
+void ConversationPopup::openByPerson() {
+  isWished_ = true;
+  present();
+  activateWindow();
+}
+
+void ConversationPopup::end(PersonActions::Dismissal how) {
+  isWished_ = false;
+  // What the person opened themselves is open to nobody but them.
+  if (feed_.conversation().isOpen)
+    feed_.act(this, [nowMs = feed_.config().nowMs(), how] { return PersonActions::dismissConversation(nowMs, how); });
+  hide();
+}
+
 void ConversationPopup::closeEvent(QCloseEvent* event) {
-  PersonActions::dismissConversation(feed_.config().nowMs());
+  end(PersonActions::Dismissal::closed);
   event->accept();
-  feed_.look();
 }
 
 void ConversationPopup::keyPressEvent(QKeyEvent* event) {

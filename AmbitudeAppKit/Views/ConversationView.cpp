@@ -8,7 +8,6 @@
 #include <QScrollBar>
 #include <QVBoxLayout>
 
-#include "AmbitudeAppKit/Stores/PersonActions.h"
 #include "AmbitudeAppKit/Views/ChatEntryView.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
@@ -20,8 +19,7 @@ using Widgets::qt;
 
 ConversationView::ConversationView(DayFeed& feed, std::size_t atMost, QWidget* parent) : Page(parent), feed_(feed), atMost_(atMost) {
   auto* whole = new QVBoxLayout(this);
-  const auto space = Theme::scaled(18);
-  whole->setContentsMargins(space, space, space, space);
+  Theme::setMargins(whole, 18);
   area_ = new QScrollArea;
   area_->setWidgetResizable(true);
   area_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -30,7 +28,7 @@ ConversationView::ConversationView(DayFeed& feed, std::size_t atMost, QWidget* p
   auto* column = new QVBoxLayout(content);
   column->addStretch();
   list_ = new QVBoxLayout;
-  list_->setSpacing(Theme::scaled(8));
+  Theme::setSpacing(list_, 8);
   column->addLayout(list_);
   reply_ = Widgets::text();
   reply_->setObjectName("reply");
@@ -88,31 +86,35 @@ void ConversationView::showReply(const std::optional<LiveReply::Shown>& reply) {
 }
 
 void ConversationView::send() {
-  const auto words = Widgets::utf8(input_->text());
-  if (words.find_first_not_of(" \t") == std::string::npos) return;
-  const auto failure = PersonActions::say(words);
-  tell(failure);
-  if (failure) return;  // the words stay in the line
+  const auto words = input_->text();
+  if (words.trimmed().isEmpty()) return;
   input_->clear();
-  isAtEnd_ = true;
-  emit said();
+  feed_.act(
+      this, [text = Widgets::utf8(words)] { return PersonActions::say(text); },
+      [this, words](const PersonActions::Failure& failure) {
+        tell(failure);
+        if (failure) return Widgets::giveBack(words, input_);
+        isAtEnd_ = true;
+        emit said();
+      });
 }
 
 void ConversationView::undo(const Conversation::Undo& what) {
-  const auto nowMs = feed_.config().nowMs();
-  tell(match(
-      what,
-      [&](const Conversation::ClearDeclaration&) {
-        return PersonActions::apply({.kind = PersonActions::Typed::Kind::clear}, nowMs);
-      },
-      [&](const Conversation::EndQuiet& quiet) { return PersonActions::endQuiet(quiet.requestedMs, nowMs); },
-      [&](const Conversation::ForgetCorrection& correction) { return PersonActions::forgetCorrection(correction.atMs); }));
+  const auto act = [what, nowMs = feed_.config().nowMs()] {
+    return match(
+        what,
+        [&](const Conversation::ClearDeclaration&) {
+          return PersonActions::apply({.kind = PersonActions::Typed::Kind::clear}, nowMs);
+        },
+        [&](const Conversation::EndQuiet& quiet) { return PersonActions::endQuiet(quiet.requestedMs, nowMs); },
+        [&](const Conversation::ForgetCorrection& correction) { return PersonActions::forgetCorrection(correction.atMs); });
+  };
+  feed_.act(this, act, [this](const PersonActions::Failure& failure) { tell(failure); });
 }
 
 void ConversationView::tell(const std::optional<std::string>& failure) {
   failure_->setText(failure ? qt(*failure) : QString());
   failure_->setVisible(failure.has_value());
-  feed_.look();
 }
 
 }  // namespace halvo

@@ -41,6 +41,15 @@ void DayFeed::look() {
       queue_, this, [this](const std::stop_token&) { return lookAtFiles(); }, [this](Look look) { take(std::move(look)); });
 }
 
+void DayFeed::act(QObject* owner, Deed deed, Told told) {
+  inBackground(
+      deeds_, owner, [deed = std::move(deed)](const std::stop_token&) { return deed(); },
+      [this, told = std::move(told)](const PersonActions::Failure& failure) {
+        if (told) told(failure);
+        look();
+      });
+}
+
 DayFeed::Look DayFeed::lookAtFiles() {
   auto& state = *state_;
   Look look;

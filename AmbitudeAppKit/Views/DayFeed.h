@@ -13,6 +13,7 @@
 #include "AmbitudeAppKit/Present/NowPage.h"
 #include "AmbitudeAppKit/Stores/BackgroundQueue.h"
 #include "AmbitudeAppKit/Stores/DayStore.h"
+#include "AmbitudeAppKit/Stores/PersonActions.h"
 
 namespace halvo {
 
@@ -35,8 +36,11 @@ class DayFeed : public QObject {
   const Conversation& conversation() const { return conversation_; }
   const Config& config() const { return config_; }
 
-  /// Looks now, as after something was written.
-  void look();
+  using Deed = std::function<PersonActions::Failure()>;
+  using Told = std::function<void(const PersonActions::Failure&)>;
+  /// Does what the person asked for, off the main thread and in the order asked, and looks at what it changed. `told` hears why it could
+  /// not be done, while `owner` lives. What was asked for is done also when the window ends meanwhile.
+  void act(QObject* owner, Deed deed, Told told = {});
   /// Shows three more days of the conversation.
   void showEarlier();
 
@@ -48,6 +52,7 @@ class DayFeed : public QObject {
   void troubleChanged(const QString& words);
 
  private:
+  void look();
   struct Look {
     NowPage now = {};
     Conversation conversation = {};
@@ -68,6 +73,7 @@ class DayFeed : public QObject {
   bool isLooking_ = false, isReading_ = false;
   QTimer poll_, replyPoll_;
   std::unique_ptr<State> state_;
+  BackgroundQueue deeds_{BackgroundQueue::AtEnd::finish};
   BackgroundQueue queue_;  // last: its jobs use the state
 };
 

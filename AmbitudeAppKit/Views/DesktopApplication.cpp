@@ -1,5 +1,9 @@
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
 
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
 #include <QApplication>
 #include <QMenu>
 #include <QMenuBar>
@@ -15,6 +19,7 @@
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/ViewMenu.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
+#include "CaptureShared/DataRoot/DataPaths.h"
 
 namespace halvo {
 
@@ -28,25 +33,34 @@ enum PageIndex { nowPage, conversationPage };
 
 DesktopApplication::DesktopApplication(DayFeed::Config config, std::vector<PageEntry> more, Look look)
     : look_(std::move(look)), feed_(std::make_unique<DayFeed>(std::move(config))), notifiedUpToMs_(feed_->config().nowMs()) {
-  pages_ = {{tr("Now"), tr("What you mean to be doing, and the day so far"), [this] { return new NowView(*feed_); }},
-            {tr("Conversation"), tr("Talk with Lark"), [this] { return new ConversationView(*feed_, wholeConversation); }}};
-  for (auto& page : more) pages_.push_back(std::move(page));
-  makeWindows();
+  std::vector<PageEntry> pages{
+      {tr("Now"), tr("What you mean to be doing, and the day so far"), [this] { return new NowView(*feed_); }},
+      {tr("Conversation"), tr("Talk with Lark"), [this] { return new ConversationView(*feed_, wholeConversation); }}};
+  for (auto& page : more) pages.push_back(std::move(page));
+  makeWindows(std::move(pages));
   makeTrayIcon();
+  qApp->installEventFilter(this);
+  connect(&notifier_, &DesktopNotifier::chosen, popup_.get(), &ConversationPopup::openByPerson);
   connect(feed_.get(), &DayFeed::conversationChanged, this, &DesktopApplication::notifyOfWords);
   connect(&healthPoll_, &QTimer::timeout, this, &DesktopApplication::lookAtHealth);
   healthPoll_.start(healthEveryMs);
   lookAtHealth();
 }
 
-void DesktopApplication::makeWindows() {
-  window_ = std::make_unique<MainWindow>(pages_);
+void DesktopApplication::makeWindows(std::vector<PageEntry> pages) {
+  window_ = std::make_unique<MainWindow>(std::move(pages));
   window_->setWindowIcon(AppIcon::icon());
-  // A choice ends the window whose menu it is in.
-  ViewMenu::addTo(*window_->menuBar(), look_.appearance,
-                  [this](const Appearance& wanted) { QTimer::singleShot(0, this, [this, wanted] { setAppearance(wanted); }); });
+  offerLooks();
   popup_ = std::make_unique<ConversationPopup>(*feed_);
   popup_->setWindowIcon(AppIcon::icon());
+}
+
+void DesktopApplication::offerLooks() {
+  auto* bar = window_->menuBar();
+  qDeleteAll(bar->findChildren<QMenu*>(Qt::FindDirectChildrenOnly));
+  // A choice ends the menu that it is in.
+  ViewMenu::addTo(*bar, look_.appearance,
+                  [this](const Appearance& wanted) { QTimer::singleShot(0, this, [this, wanted] { setAppearance(wanted); }); });
 }
 
 void DesktopApplication::setAppearance(const Appearance& wanted) {
@@ -54,26 +68,43 @@ void DesktopApplication::setAppearance(const Appearance& wanted) {
   look_.appearance = wanted;
   if (!look_.appearanceFile.empty()) queue_.post([wanted, file = look_.appearanceFile](const std::stop_token&) { wanted.write(file); });
   Theme::install(*qApp, wanted.mode, wanted.textPercent);
-  const auto before = std::move(window_);
-  makeWindows();
-  window_->setGeometry(before->geometry());
-  window_->setWindowState(before->windowState());
-  window_->showPage(before->currentPage());
-  showHealth();
-  show();
+  offerLooks();
+}
+
+bool DesktopApplication::eventFilter(QObject* watched, QEvent* event) {
+  // An end closes every window, and closing the popup would count as the person's own dismissal.
+  if (watched == qApp && event->type() == QEvent::Quit) popup_->hide();
+  return QObject::eventFilter(watched, event);
 }
 
 void DesktopApplication::lookAtHealth() {
   inBackground(
-      queue_, this, [nowMs = feed_->config().nowMs()](const std::stop_token&) { return Health::look(processEnvironment(), nowMs); },
-      [this](SidebarHealthStrip::State health) {
-        health_ = std::move(health);
+      queue_, this,
+      [nowMs = feed_->config().nowMs()](const std::stop_token&) {
+        return std::pair(Health::look(processEnvironment(), nowMs), RecordingControls::read(DataPaths::dataRoot()).isPaused(nowMs));
+      },
+      [this](std::pair<SidebarHealthStrip::State, bool> look) {
+        std::tie(health_, isRecordingPaused_) = std::move(look);
         showHealth();
       });
 }
 
 void DesktopApplication::showHealth() {
   window_->showHealth(Widgets::qt(health_.title), Widgets::qt(health_.detail), health_.tone == SidebarHealthStrip::Tone::warning);
+  if (pauseOrResume_) pauseOrResume_->setText(isRecordingPaused_ ? tr("Resume recording") : tr("Pause recording"));
+}
+
+void DesktopApplication::pauseOrResume() {
+  // As the menu was labelled: it may have changed meanwhile.
+  inBackground(
+      queue_, this,
+      [isPaused = isRecordingPaused_, nowMs = feed_->config().nowMs()](const std::stop_token&) {
+        return isPaused ? PersonActions::resumeRecording() : PersonActions::pauseRecording(std::nullopt, nowMs);
+      },
+      [this](const PersonActions::Failure& failure) {
+        if (failure) notifier_.notify(tr("Recording"), Widgets::qt(*failure));
+        lookAtHealth();
+      });
 }
 
 DesktopApplication::~DesktopApplication() = default;
@@ -96,6 +127,8 @@ void DesktopApplication::makeTrayIcon() {
     show();
   });
   menu->addSeparator();
+  pauseOrResume_ = menu->addAction(tr("Pause recording"), this, &DesktopApplication::pauseOrResume);
+  menu->addSeparator();
   menu->addAction(tr("Quit"), qApp, &QApplication::quit);
   tray_->setContextMenu(menu);
   connect(tray_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
@@ -107,15 +140,16 @@ void DesktopApplication::makeTrayIcon() {
 }
 
 void DesktopApplication::notifyOfWords() {
+  using Kind = Conversation::Entry::Kind;
   const auto& entries = feed_->conversation().entries;
-  const Conversation::Entry* newest = nullptr;
-  for (const auto& entry : entries)
-    if (entry.kind == Conversation::Entry::Kind::lark && entry.tsMs > notifiedUpToMs_) newest = &entry;
-  if (!newest) return;
+  const auto newest =
+      std::find_if(entries.rbegin(), entries.rend(), [](const auto& entry) { return entry.kind == Kind::lark || entry.kind == Kind::you; });
+  if (newest == entries.rend() || newest->tsMs <= notifiedUpToMs_) return;
   notifiedUpToMs_ = newest->tsMs;
   // Whoever sees the words need not be told of them.
   const bool isSeen = popup_->isVisible() || (window_->isActiveWindow() && window_->currentPage() == conversationPage);
-  if (!isSeen) notifier_.notify(tr("Lark"), Widgets::qt(newest->text));
+  if (newest->kind == Kind::you || isSeen) return notifier_.withdraw();
+  notifier_.notify(tr("Lark"), Widgets::qt(newest->text));
 }
 
 }  // namespace halvo

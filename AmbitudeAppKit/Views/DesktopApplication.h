@@ -13,6 +13,7 @@
 #include "AmbitudeAppKit/Views/DesktopNotifier.h"
 #include "AmbitudeAppKit/Views/Page.h"
 
+class QAction;
 class QMenu;
 class QSystemTrayIcon;
 
@@ -40,18 +41,22 @@ class DesktopApplication : public QObject {
 
   /// Shows the window and brings it to the front.
   void show();
-  /// Makes the windows anew in another look, on the page that is shown, and keeps it for the next start.
+  /// Shows everything in another look, with all that is on it and going on, and keeps it for the next start.
   void setAppearance(const Appearance& wanted);
 
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
  private:
-  void makeWindows();
+  void makeWindows(std::vector<PageEntry> pages);
+  void offerLooks();
   void makeTrayIcon();
   void notifyOfWords();
   void lookAtHealth();
+  void pauseOrResume();
   void showHealth();
 
   Look look_;
-  std::vector<PageEntry> pages_;
   std::unique_ptr<DayFeed> feed_;
   std::unique_ptr<MainWindow> window_;
   std::unique_ptr<ConversationPopup> popup_;
@@ -60,8 +65,10 @@ class DesktopApplication : public QObject {
   DesktopNotifier notifier_;
   std::int64_t notifiedUpToMs_ = 0;
   SidebarHealthStrip::State health_;
+  bool isRecordingPaused_ = false;
+  QAction* pauseOrResume_ = nullptr;  ///< in the tray's menu, if there is one
   QTimer healthPoll_;
-  BackgroundQueue queue_;
+  BackgroundQueue queue_{BackgroundQueue::AtEnd::finish};  ///< a look that was chosen is kept
 };
 
 }  // namespace halvo

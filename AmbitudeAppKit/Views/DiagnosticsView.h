@@ -8,6 +8,7 @@
 
 class QLabel;
 class QPlainTextEdit;
+class QPushButton;
 
 namespace halvo {
 
@@ -25,6 +26,7 @@ class DiagnosticsView : public Page {
   std::function<std::string()> report_;
   QPlainTextEdit* text_ = nullptr;
   QLabel* told_ = nullptr;
+  QPushButton* save_ = nullptr;
   BackgroundQueue queue_;
 };
 

@@ -23,22 +23,24 @@ MainWindow::MainWindow(std::vector<PageEntry> pages, QWidget* parent) : QMainWin
   auto* sideFrame = new QFrame;
   sideFrame->setObjectName("side");
   auto* side = new QVBoxLayout(sideFrame);
-  side->setContentsMargins(0, Theme::scaled(12), 0, Theme::scaled(8));
-  const auto sideWidth = Theme::scaled(176);
   list_ = new QListWidget;
   list_->setObjectName("pages");
   list_->setAccessibleName(tr("Pages"));
-  list_->setFixedWidth(sideWidth);
   list_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   side->addWidget(list_, 1);
   healthTitle_ = Widgets::text();
   healthDetail_ = Widgets::note();
-  healthDetail_->setFont(Theme::font(0.85));
-  for (auto* label : {healthTitle_, healthDetail_}) {
-    label->setFixedWidth(sideWidth);
-    label->setMargin(Theme::scaled(6));
-    side->addWidget(label);
-  }
+  Theme::setFont(healthDetail_, 0.85);
+  for (auto* label : {healthTitle_, healthDetail_}) side->addWidget(label);
+  Theme::follow(sideFrame, [this, side] {
+    side->setContentsMargins(0, Theme::scaled(12), 0, Theme::scaled(8));
+    const auto width = Theme::scaled(176);
+    list_->setFixedWidth(width);
+    for (auto* label : {healthTitle_, healthDetail_}) {
+      label->setFixedWidth(width);
+      label->setMargin(Theme::scaled(6));
+    }
+  });
   row->addWidget(sideFrame);
   stack_ = new QStackedWidget;
   row->addWidget(stack_, 1);

@@ -33,7 +33,7 @@ struct Read {
 void addItem(QVBoxLayout* to, const QString& words, const QString& below) {
   to->addWidget(Widgets::text(words));
   auto* origin = Widgets::note(below);
-  origin->setFont(Theme::font(0.9));
+  Theme::setFont(origin, 0.9);
   to->addWidget(origin);
 }
 
@@ -66,7 +66,7 @@ void MemoryView::addNotes(QVBoxLayout* column) {
     field->setObjectName(QString("note ") + note.whom);
     field->setAccessibleName(caption);
     field->setTabChangesFocus(true);
-    field->setFixedHeight(Theme::scaled(64));
+    Theme::follow(field, [field] { field->setFixedHeight(Theme::scaled(64)); });
     column->addWidget(Widgets::note(caption));
     column->addWidget(field);
     notes_[note.whom] = field;
@@ -113,7 +113,7 @@ void MemoryView::showMemory(const MemoryPage& page) {
   const auto section = [this](const QString& title, const auto& items, auto&& add) {
     if (items.empty()) return;
     auto* heading = Widgets::text(title);
-    heading->setFont(Theme::font(1, true));
+    Theme::setFont(heading, 1, true);
     memory_->addWidget(heading);
     for (const auto& item : items) add(item);
   };

@@ -11,6 +11,7 @@
 #include <QVBoxLayout>
 
 #include "AmbitudeAppKit/Views/Background.h"
+#include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Match.h"
@@ -22,7 +23,8 @@ using Widgets::qt;
 ModelView::ModelView(Operations operations, QWidget* parent) : Page(parent), operations_(std::move(operations)) {
   auto* column = Widgets::scrollingColumn(this);
   column->addWidget(Widgets::heading(tr("Model")));
-  column->addWidget(Widgets::note(tr("The model that looks at your screen runs on this machine. It is downloaded once and checked before it is used.")));
+  column->addWidget(Widgets::note(tr("The model that looks at your screen runs on this machine. It is downloaded once and checked "
+                                     "before it is used.")));
   told_ = Widgets::text();
   told_->setObjectName("told");
   told_->setVisible(false);
@@ -45,7 +47,7 @@ ModelView::ModelView(Operations operations, QWidget* parent) : Page(parent), ope
   column->addWidget(progressCard_);
 
   models_ = new QVBoxLayout;
-  models_->setSpacing(column->spacing());
+  Theme::setSpacing(models_, 14);
   column->addLayout(models_);
   column->addStretch();
 }
@@ -90,7 +92,8 @@ QWidget* ModelView::cardOf(const ModelPage::Row& row) {
   };
   if (!row.isWhole) add(row.isBegun ? tr("Go on") : tr("Install"), "install", [this, row] { start(operations_.install, row.name); });
   if (row.isWhole) add(tr("Check"), "verify", [this, row] { start(operations_.verify, row.name); });
-  if (!row.isConfigured) add(tr("Use this one"), "choose", [this, row] { change([choose = operations_.choose, row] { return choose(row.name); }); });
+  if (!row.isConfigured)
+    add(tr("Use this one"), "choose", [this, row] { change([choose = operations_.choose, row] { return choose(row.name); }); });
   if (row.isBegun) add(tr("Remove…"), "remove", [this, row] { remove(row.name, qt(row.state)); });
   actions->addStretch();
   column->addLayout(actions);
@@ -105,8 +108,8 @@ void ModelView::start(const Operations::Work& work, const std::string& model) {
   bar_->setValue(0);
   cancel_->setFocus();
   ending_ = {};
-  const auto report = [this, owner = QPointer<QObject>(this), text = std::make_shared<InstallProgressText>(InstallProgressText::Style::words)](
-                          const LocalModelInstaller::Progress& progress) {
+  const auto text = std::make_shared<InstallProgressText>(InstallProgressText::Style::words);
+  const auto report = [this, owner = QPointer<QObject>(this), text](const LocalModelInstaller::Progress& progress) {
     const auto shown = ModelPage::progress(*text, progress, Clock::system().nowMs());
     QMetaObject::invokeMethod(
         qApp,

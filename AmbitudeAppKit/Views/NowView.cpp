@@ -10,6 +10,7 @@
 #include "AmbitudeAppKit/Views/DayStripView.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
+#include "AmbitudeAppKit/Views/WrapRow.h"
 
 namespace halvo {
 
@@ -67,18 +68,22 @@ QFrame* NowView::quietCard() {
   quiet_ = Widgets::text();
   column->addWidget(quiet_);
   quietChoices_ = new QWidget;
-  auto* row = new QHBoxLayout(quietChoices_);
-  row->setContentsMargins(0, 0, 0, 0);
+  auto* row = new WrapRow(quietChoices_);
   for (const auto& [duration, label] : RawValues<UserQuietDuration>::table) {
     auto* choice = Widgets::button(
-        tr(label), [this, duration = duration] { done(PersonActions::quiet(duration, feed_.config().nowMs(), feed_.config().calendar)); },
+        tr(label),
+        [this, duration = duration] {
+          act([duration, nowMs = feed_.config().nowMs(), calendar = feed_.config().calendar] {
+            return PersonActions::quiet(duration, nowMs, calendar);
+          });
+        },
         tr("Quiet: %1").arg(tr(label)));
     choice->setObjectName(QString("quiet ") + label);
     row->addWidget(choice);
   }
-  row->addStretch();
   endQuiet_ = Widgets::button(tr("End quiet"), [this] {
-    if (const auto& quiet = feed_.now().quiet) done(PersonActions::endQuiet(quiet->requestedMs, feed_.config().nowMs()));
+    if (const auto& quiet = feed_.now().quiet)
+      act([requestedMs = quiet->requestedMs, nowMs = feed_.config().nowMs()] { return PersonActions::endQuiet(requestedMs, nowMs); });
   });
   endQuiet_->setObjectName("end quiet");
   column->addWidget(quietChoices_);
@@ -101,16 +106,26 @@ void NowView::refresh() {
 }
 
 void NowView::typed() {
-  const auto read = PersonActions::readTyped(Widgets::utf8(line_->text()), feed_.config().nowMs(), feed_.config().calendar);
+  const auto nowMs = feed_.config().nowMs();
+  const auto read = PersonActions::readTyped(Widgets::utf8(line_->text()), nowMs, feed_.config().calendar);
   if (read.kind == PersonActions::Typed::Kind::nothing) return;
-  if (done(PersonActions::apply(read, feed_.config().nowMs()))) line_->clear();
+  const auto words = line_->text();
+  line_->clear();
+  feed_.act(
+      this, [read, nowMs] { return PersonActions::apply(read, nowMs); },
+      [this, words](const PersonActions::Failure& failure) {
+        tell(failure);
+        if (failure) Widgets::giveBack(words, line_);
+      });
 }
 
-bool NowView::done(const PersonActions::Failure& failure) {
+void NowView::act(DayFeed::Deed deed) {
+  feed_.act(this, std::move(deed), [this](const PersonActions::Failure& failure) { tell(failure); });
+}
+
+void NowView::tell(const PersonActions::Failure& failure) {
   failure_->setText(failure ? qt(*failure) : QString());
   failure_->setVisible(failure.has_value());
-  if (!failure) feed_.look();
-  return !failure;
 }
 
 }  // namespace halvo

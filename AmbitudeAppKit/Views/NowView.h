@@ -1,6 +1,5 @@
 #pragma once
 
-#include "AmbitudeAppKit/Stores/PersonActions.h"
 #include "AmbitudeAppKit/Views/DayFeed.h"
 #include "AmbitudeAppKit/Views/Page.h"
 
@@ -26,8 +25,8 @@ class NowView : public Page {
   QFrame* dayCard();
   void refresh();
   void typed();
-  /// Says why a change could not be written, or looks at once at what it changed; whether it was written.
-  bool done(const PersonActions::Failure& failure);
+  void tell(const PersonActions::Failure& failure);
+  void act(DayFeed::Deed deed);
 
   DayFeed& feed_;
   QLabel *task_ = nullptr, *clock_ = nullptr, *why_ = nullptr, *verdict_ = nullptr, *failure_ = nullptr;

@@ -20,7 +20,7 @@ std::vector<PageEntry> all(const Needs& needs) {
       {tr("Review"), tr("Past moments, answered by you who were there"), [needs] { return new ReviewView(needs.review); }},
       {tr("Memory"), tr("What Lark remembers, and your notes"), [needs] { return new MemoryView(needs.root); }},
       {tr("Privacy"), tr("What is never captured, and what left the machine"), [needs] { return new PrivacyView(needs.root); }},
-      {tr("Recordings"), tr("How long recordings are kept"), [needs] { return new RecordingsView(needs.recordings); }},
+      {tr("Recordings"), tr("Whether your screen is recorded, and how long that is kept"), [needs] { return new RecordingsView(needs.recordings); }},
       {tr("Model"), tr("The model that looks at your screen"), [needs] { return new ModelView(needs.model); }},
       {tr("Export"), tr("A stretch of your history as files"), [needs] { return new ExportView(needs.root, Calendar::local()); }},
       {tr("Services"), tr("The agents that work in the background"), [needs] { return new ServicesView(needs.services); }},

@@ -47,7 +47,7 @@ PrivacyView::PrivacyView(std::filesystem::path root, QWidget* parent) : Page(par
   denylist_->setObjectName("denylist");
   denylist_->setAccessibleName(tr("Names of applications that are never captured, one on each line"));
   denylist_->setTabChangesFocus(true);
-  denylist_->setFixedHeight(Theme::scaled(140));
+  Theme::follow(denylist_, [this] { denylist_->setFixedHeight(Theme::scaled(140)); });
   never->addWidget(denylist_);
   never->addWidget(Widgets::primary(tr("Save list"), [this] { saveDenylist(); }), 0, Qt::AlignLeft);
   never->addWidget(Widgets::note(tr("An empty list brings the built-in one back. The background programs take a change up when you log in again.")));

@@ -13,6 +13,7 @@
 #include <QVBoxLayout>
 
 #include "AmbitudeAppKit/Views/Background.h"
+#include "AmbitudeAppKit/Views/RecordingSwitchView.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 #include "CaptureShared/Recording/Retention/RetentionPresets.h"
@@ -35,6 +36,7 @@ struct State {
 RecordingsView::RecordingsView(Operations operations, QWidget* parent) : Page(parent), operations_(std::move(operations)) {
   auto* column = Widgets::scrollingColumn(this);
   column->addWidget(Widgets::heading(tr("Recordings")));
+  column->addWidget(new RecordingSwitchView);
   QVBoxLayout* card = nullptr;
   column->addWidget(Widgets::card(card));
   card->addWidget(Widgets::subheading(tr("How long they are kept")));
@@ -43,7 +45,7 @@ RecordingsView::RecordingsView(Operations operations, QWidget* parent) : Page(pa
   days_->setAccessibleName(tr("Delete recordings after"));
   days_->addItem(tr("Keep them all"), never);
   for (const auto& preset : RetentionPresets::all) days_->addItem(tr("Delete after %1").arg(tr(preset.label)), static_cast<qlonglong>(preset.days));
-  onRestart_ = new QCheckBox(tr("After a restart of this machine, delete everything from before it"));
+  onRestart_ = new QCheckBox(tr("After a restart, delete what came before it"));
   card->addWidget(days_, 0, Qt::AlignLeft);
   card->addWidget(onRestart_);
   card->addWidget(Widgets::note(tr("What a label of yours points at is never deleted, from six hours before it to one hour after.")));

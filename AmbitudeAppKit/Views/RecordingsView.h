@@ -16,7 +16,7 @@ class QTableWidget;
 
 namespace halvo {
 
-/// How long recordings are kept, what would be deleted now, and doing so.
+/// Whether the screen is recorded, how long recordings are kept, what would be deleted now, and doing so.
 class RecordingsView : public Page {
   Q_OBJECT
 

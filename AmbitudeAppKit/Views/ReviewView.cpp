@@ -11,6 +11,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QTableWidget>
@@ -20,6 +21,7 @@
 #include "AmbitudeAppKit/Views/ClipView.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
+#include "AmbitudeAppKit/Views/WrapRow.h"
 #include "CaptureShared/Foundation/Clock.h"
 
 namespace halvo {
@@ -45,9 +47,13 @@ ReviewView::ReviewView(Operations operations, QWidget* parent)
   auto* head = new QHBoxLayout;
   progress_ = Widgets::note();
   progress_->setObjectName("progress");
-  progress_->setAlignment(Qt::AlignRight | Qt::AlignBottom);
+  progress_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
   head->addWidget(Widgets::heading(tr("Review")));
   head->addWidget(progress_, 1);
+  another_ = Widgets::link(tr("Another review…"), [this] { start_->setVisible(isChoosing_ = !isChoosing_); });
+  another_->setObjectName("another");
+  another_->setVisible(false);
+  head->addWidget(another_);
   column_->addLayout(head);
   failure_ = Widgets::text();
   Widgets::setWarning(failure_, true);
@@ -63,13 +69,16 @@ ReviewView::ReviewView(Operations operations, QWidget* parent)
   addEnd(column_);
   column_->addStretch();
   for (auto* part : {moment_, reveal_, question_, end_, start_}) part->setVisible(false);
+  Theme::follow(this, [this] { showQuestion(); });
 }
+
+ReviewView::~ReviewView() { dropClip(); }
 
 void ReviewView::addStart(QVBoxLayout* column) {
   QVBoxLayout* card = nullptr;
   column->addWidget(start_ = Widgets::card(card));
-  card->addWidget(Widgets::text(tr("Moments of the last two days are drawn. You say what was really going on before you see what Halvo made of "
-                                   "each. Your answers stay on this machine.")));
+  card->addWidget(Widgets::text(tr("Moments of the last two days are drawn. You say what was really going on before you see what Halvo "
+                                   "made of each. Your answers stay on this machine.")));
   mode_ = new QComboBox;
   mode_->setAccessibleName(tr("Which moments"));
   for (const auto& [mode, stored] : RawValues<RampSampleSelector::SamplingMode>::table)
@@ -83,9 +92,10 @@ void ReviewView::addStart(QVBoxLayout* column) {
   withoutFootage_->setObjectName("without footage");
   auto* form = new QFormLayout;
   form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
+  form->setRowWrapPolicy(QFormLayout::WrapLongRows);
   form->addRow(tr("Which moments"), mode_);
   form->addRow(tr("How many"), limit_);
-  form->addRow(QString(), withoutFootage_);
+  form->addRow(withoutFootage_);
   card->addLayout(form);
   auto* draw = Widgets::primary(tr("Start a review"), [this] { this->draw(); });
   draw->setObjectName("draw");
@@ -115,7 +125,7 @@ void ReviewView::addQuestion(QVBoxLayout* column) {
   QVBoxLayout* card = nullptr;
   column->addWidget(question_ = Widgets::card(card));
   asked_ = new QVBoxLayout;
-  asked_->setSpacing(Theme::scaled(8));
+  Theme::setSpacing(asked_, 8);
   card->addLayout(asked_);
   comment_ = new QLineEdit;
   comment_->setObjectName("comment");
@@ -123,14 +133,13 @@ void ReviewView::addQuestion(QVBoxLayout* column) {
   comment_->setPlaceholderText(tr("In your own words, if you like (C)"));
   connect(comment_, &QLineEdit::returnPressed, this, [this] { setFocus(); });
   card->addWidget(comment_);
-  auto* actions = new QHBoxLayout;
+  auto* actions = new WrapRow;
   pass_ = Widgets::button({}, [this] { pass(); });
   pass_->setObjectName("pass");
   revise_ = Widgets::link({}, [this] { setRevising(!isRevising_); });
   revise_->setObjectName("revise");
   actions->addWidget(pass_);
   actions->addWidget(revise_);
-  actions->addStretch();
   card->addLayout(actions);
 }
 
@@ -163,7 +172,18 @@ void ReviewView::run(Work work, After after) {
       });
 }
 
+bool ReviewView::mayGiveUp() {
+  QMessageBox ask(QMessageBox::Question, tr("Draw another review?"),
+                  tr("The one that is open (%1) is given up for it: what you answered is kept, what is left of it is not asked any more.")
+                      .arg(qt(page_.progress)),
+                  QMessageBox::Cancel, this);
+  auto* sure = ask.addButton(tr("Draw another"), QMessageBox::AcceptRole);
+  ask.exec();
+  return ask.clickedButton() == sure;
+}
+
 void ReviewView::draw() {
+  if (isAsking() && !mayGiveUp()) return;
   const ReviewDesk::Draw wanted{.mode = static_cast<RampSampleSelector::SamplingMode>(mode_->currentData().toInt()),
                                 .limit = limit_->value(),
                                 .footage = withoutFootage_->isChecked() ? ReviewDesk::Footage::optional : ReviewDesk::Footage::needed};
@@ -189,6 +209,7 @@ void ReviewView::draw() {
 
 void ReviewView::show(const ReviewPage& page, After after) {
   const bool isSame = page == page_ && (start_->isVisibleTo(this) || page.step != Step::start);
+  if (page.moment != page_.moment) isChoosing_ = false;
   page_ = page;
   if (isSame) return followClip();
   isRevising_ = false;
@@ -198,7 +219,8 @@ void ReviewView::show(const ReviewPage& page, After after) {
   failure_->setVisible(!page.failure.empty());
   notice_->setText(qt(page.notice));
   notice_->setVisible(!page.notice.empty());
-  start_->setVisible(page.step == Step::start || page.step == Step::finished);
+  start_->setVisible(isChoosing_ || page.step == Step::start || page.step == Step::finished);
+  another_->setVisible(page.moment.has_value());
   moment_->setVisible(page.moment.has_value());
   if (page.moment) {
     when_->setText(qt(page.moment->when));
@@ -235,7 +257,8 @@ void ReviewView::showQuestion() {
   auto* box = new QWidget;
   auto* grid = new QGridLayout(box);
   grid->setContentsMargins(0, 0, 0, 0);
-  const auto perColumn = (offered.size() + 1) / 2;
+  const bool isNarrow = Theme::scaled(100) > 140;
+  const auto perColumn = isNarrow ? offered.size() : (offered.size() + 1) / 2;
   for (std::size_t i = 0; i < offered.size(); ++i) {
     const auto words = qt(offered[i].words), hint = qt(offered[i].hint);
     auto* button = Widgets::button(tr("%1  %2").arg(i + 1).arg(words), [this, i] { choose(i); },
@@ -247,13 +270,15 @@ void ReviewView::showQuestion() {
     if (!hint.isEmpty()) grid->addWidget(Widgets::note(hint), row, column + 1);
   }
   grid->setColumnStretch(1, 1);
-  grid->setColumnStretch(3, 1);
+  if (!isNarrow) grid->setColumnStretch(3, 1);
   asked_->addWidget(box);
   const auto step = page_.step;
   comment_->setVisible(isRevising_ || step == Step::blind || step == Step::gate);
   pass_->setVisible(!isRevising_);
   pass_->setText(step == Step::blind ? tr("S  pass over") : step == Step::seen ? tr("Return  next moment") : tr("S  go on without"));
-  pass_->setAccessibleName(step == Step::blind ? tr("Pass over this moment") : step == Step::seen ? tr("Next moment") : tr("Go on without an answer"));
+  pass_->setAccessibleName(step == Step::blind  ? tr("Pass over this moment")
+                           : step == Step::seen ? tr("Next moment")
+                                                : tr("Go on without an answer"));
   revise_->setVisible(step != Step::blind);
   revise_->setText(isRevising_ ? tr("Esc  leave it as it was") : tr("R  change my answer"));
   revise_->setAccessibleName(isRevising_ ? tr("Leave my answer as it was") : tr("Change my answer"));
@@ -279,8 +304,10 @@ void ReviewView::showEnd(const ReviewPage& page) {
 void ReviewView::choose(std::size_t place) {
   if (!isAsking() || place >= choices().size()) return;
   const auto words = utf8(comment_->text());
-  run([place, words, isRevising = isRevising_](ReviewDesk& desk,
-                                               const std::stop_token&) { return isRevising ? desk.revise(place, words) : desk.choose(place, words); },
+  run(
+      [place, words, isRevising = isRevising_](ReviewDesk& desk, const std::stop_token&) {
+        return isRevising ? desk.revise(place, words) : desk.choose(place, words);
+      },
       After::act);
 }
 

@@ -37,6 +37,8 @@ class ReviewView : public Page {
     std::function<std::filesystem::path()> ffmpeg = {};                                     ///< throws when there is none
   };
   explicit ReviewView(Operations operations, QWidget* parent = nullptr);
+  /// Leaves no clip behind.
+  ~ReviewView() override;
   void shown() override;
 
  protected:
@@ -65,6 +67,8 @@ class ReviewView : public Page {
   void pass();
   void setRevising(bool isRevising);
   void draw();
+  /// Whether the review that is open may be given up for another; asks the person.
+  bool mayGiveUp();
   bool isAsking() const;
   std::vector<ReviewPage::Choice> choices() const;
 
@@ -77,6 +81,7 @@ class ReviewView : public Page {
   Operations operations_;
   ReviewPage page_;
   bool isBusy_ = false, isRevising_ = false;
+  bool isChoosing_ = false;  ///< another review, while one is open
   std::optional<std::int64_t> clipMs_;  ///< the instant of the clip that is there or is being made
 
   QVBoxLayout* column_ = nullptr;
@@ -89,13 +94,13 @@ class ReviewView : public Page {
   ClipView* clip_ = nullptr;
   QVBoxLayout *revealed_ = nullptr, *asked_ = nullptr;
   QLineEdit* comment_ = nullptr;
-  QPushButton *pass_ = nullptr, *revise_ = nullptr;
+  QPushButton *pass_ = nullptr, *revise_ = nullptr, *another_ = nullptr;
   QLabel *summary_ = nullptr, *scoreLines_ = nullptr;
   QTableWidget* score_ = nullptr;
 
   std::stop_source clipEnd_;
   std::shared_ptr<ReviewDesk> desk_;  ///< used by `work_` alone
-  BackgroundQueue work_, clips_;
+  BackgroundQueue work_, clips_{BackgroundQueue::AtEnd::finish};
 };
 
 }  // namespace halvo

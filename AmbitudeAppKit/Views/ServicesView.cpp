@@ -2,7 +2,6 @@
 
 #include <QComboBox>
 #include <QFrame>
-#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
@@ -16,6 +15,7 @@
 #include "AmbitudeAppKit/Views/Background.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
+#include "AmbitudeAppKit/Views/WrapRow.h"
 
 namespace halvo {
 
@@ -77,7 +77,7 @@ void ServicesView::addButtons(QVBoxLayout* card) {
   which_->addItem(tr("All agents"));
   for (const auto& agent : backgroundAgents) which_->addItem(qt(agent.name));
   connect(which_, &QComboBox::currentIndexChanged, this, &ServicesView::choose);
-  auto* row = new QHBoxLayout;
+  auto* row = new WrapRow;
   row->addWidget(which_);
   actions_ = {Widgets::button(tr("Install"), [this] { run(operations_.install); }, tr("Install and start")),
               Widgets::button(tr("Restart"), [this] { run(operations_.restart); }),
@@ -85,7 +85,6 @@ void ServicesView::addButtons(QVBoxLayout* card) {
               Widgets::button(tr("Remove…"), [this] { confirmRemoval(); })};
   for (auto* button : actions_) row->addWidget(button);
   row->addWidget(Widgets::link(tr("Look again"), [this] { shown(); }));
-  row->addStretch();
   card->addLayout(row);
   told_ = Widgets::text();
   told_->setObjectName("told");
@@ -103,7 +102,7 @@ void ServicesView::addLog(QVBoxLayout* column) {
   log_->setAccessibleName(tr("The last lines of the chosen agent's log"));
   log_->setReadOnly(true);
   log_->setTabChangesFocus(true);
-  log_->setMinimumHeight(Theme::scaled(180));
+  Theme::follow(log_, [this] { log_->setMinimumHeight(Theme::scaled(180)); });
   log_->setVisible(false);
   card->addWidget(logFile_);
   card->addWidget(log_);

@@ -11,12 +11,30 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include "AmbitudeAppKit/AgentControl/BackgroundAgent.h"
 #include "AmbitudeAppKit/Views/Background.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
 
 namespace halvo {
 
 using Widgets::qt, Widgets::utf8;
+
+namespace {
+
+QString whatItDoes(BackgroundAgent agent) {
+  switch (agent) {
+    case BackgroundAgent::captureSupervisor:
+      return SetupView::tr("notes which application is in front and records the screen, encrypted");
+    case BackgroundAgent::coachDriver: return SetupView::tr("decides whether Lark speaks up, and talks with you");
+    case BackgroundAgent::consolidate: return SetupView::tr("distils the day into what Lark remembers, at night");
+    case BackgroundAgent::classifier:
+      return SetupView::tr("looks at the screen every few minutes and judges whether it fits what you declared");
+    case BackgroundAgent::localModel: return SetupView::tr("runs the model that does the looking, once you installed it on the Model page");
+  }
+  return {};
+}
+
+}  // namespace
 
 SetupView::SetupView(Operations operations, const QString& offeredRoot, DataRootSetup::State state, int lookMs, QWidget* parent)
     : Page(parent), operations_(std::move(operations)) {
@@ -38,7 +56,8 @@ SetupView::SetupView(Operations operations, const QString& offeredRoot, DataRoot
 
 void SetupView::addFirstSteps(QVBoxLayout* column, const QString& offeredRoot) {
   column->addWidget(Widgets::heading(tr("Welcome to Halvo")));
-  column->addWidget(Widgets::text(tr("You say what you mean to be doing. Halvo looks at what happens, and Lark talks with you when the two part.")));
+  column->addWidget(Widgets::text(tr("You say what you mean to be doing. Halvo looks at what happens, and Lark talks with you when the two "
+                                     "part.")));
 
   QVBoxLayout* where = nullptr;
   column->addWidget(Widgets::card(where));
@@ -56,16 +75,24 @@ void SetupView::addFirstSteps(QVBoxLayout* column, const QString& offeredRoot) {
   QVBoxLayout* what = nullptr;
   column->addWidget(Widgets::card(what));
   what->addWidget(Widgets::subheading(tr("What is recorded")));
-  what->addWidget(Widgets::text(tr("The application in front, window titles, the browser's address, idle time, the screen (encrypted), what you "
-                                   "declare, and what you and Lark say. Windows of password managers and the like are never captured; you can "
-                                   "add to that list on the Privacy page.")));
+  what->addWidget(Widgets::text(tr("The application in front, window titles, the browser's address, idle time, the screen (encrypted), "
+                                   "what you declare, and what you and Lark say. Windows of password managers and the like are never "
+                                   "captured; you can add to that list on the Privacy page.")));
 
   QVBoxLayout* never = nullptr;
   column->addWidget(Widgets::card(never));
   never->addWidget(Widgets::subheading(tr("What never leaves this machine")));
-  never->addWidget(Widgets::text(tr("The picture of your screen, whatever you choose. As set up here nothing else does either; with a remote coach, "
-                                    "which you would have to choose, text does, with card numbers and credentials taken out.")));
-  start_ = Widgets::primary(tr("Start"), [this] { start(); }, tr("Make the folder and start"));
+  never->addWidget(Widgets::text(tr("The picture of your screen, whatever you choose. As set up here nothing else does either; with a "
+                                    "remote coach, which you would have to choose, text does, with card numbers and credentials "
+                                    "taken out.")));
+
+  QVBoxLayout* starts = nullptr;
+  column->addWidget(Widgets::card(starts));
+  starts->addWidget(Widgets::subheading(tr("What starts with it")));
+  starts->addWidget(Widgets::text(tr("Five programs, now and at each login, whether the window is open or not. The Services page stops and "
+                                     "removes them.")));
+  for (const auto& agent : backgroundAgents) starts->addWidget(Widgets::note(tr("%1: %2").arg(qt(agent.name), whatItDoes(agent.agent))));
+  start_ = Widgets::primary(tr("Start"), [this] { start(); }, tr("Make the folder and start the programs"));
   start_->setObjectName("start");
   column->addWidget(start_, 0, Qt::AlignLeft);
 }
@@ -74,8 +101,9 @@ void SetupView::addAway(QVBoxLayout* column, DataRootSetup::State state) {
   const bool isAway = state == DataRootSetup::State::away;
   column->addWidget(Widgets::heading(isAway ? tr("Your data is away") : tr("The settings can't be read")));
   column->addWidget(Widgets::text(qt(DataRootSetup::reason(state))));
-  column->addWidget(Widgets::note(isAway ? tr("Nothing is recorded until it is back, and nothing is made in its place. Mount it and Halvo goes on.")
-                                         : tr("Nothing in the file is touched. Halvo goes on once it can be read.")));
+  column->addWidget(
+      Widgets::note(isAway ? tr("Nothing is recorded until it is back, and nothing is made in its place. Mount it and Halvo goes on.")
+                           : tr("Nothing in the file is touched. Halvo goes on once it can be read.")));
   start_ = Widgets::primary(tr("Try again"), [this] { look(); });
   start_->setObjectName("try again");
   column->addWidget(start_, 0, Qt::AlignLeft);

@@ -82,9 +82,11 @@ void SingleApplication::listen(std::function<void()> asked) {
 bool SingleApplication::askFirst() const {
   const auto address = addressIn(folder_);
   // The first one may just be starting.
-  for (const auto until = std::chrono::steady_clock::now() + patience; std::chrono::steady_clock::now() < until; std::this_thread::sleep_for(pause)) {
+  const auto until = std::chrono::steady_clock::now() + patience;
+  while (std::chrono::steady_clock::now() < until) {
     const auto socket = newSocket();
     if (socket && ::connect(socket.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return true;
+    std::this_thread::sleep_for(pause);
   }
   return false;
 }

@@ -2,12 +2,27 @@
 
 #include <QApplication>
 #include <QFontMetrics>
+#include <QLayout>
 #include <QPalette>
 #include <QStyleFactory>
+#include <QWidget>
 
 namespace halvo {
 
+/// Says that another look was installed.
+class ThemeChanges : public QObject {
+  Q_OBJECT
+
+ signals:
+  void changed();
+};
+
 namespace {
+
+ThemeChanges& changes() {
+  static ThemeChanges all;
+  return all;
+}
 
 Theme light() {
   Theme t;
@@ -71,16 +86,21 @@ QString sheetOf(const Theme& t) {
     QScrollBar:horizontal { background: transparent; height: %q; margin: 0; }
     QScrollBar::handle { background: %line; border-radius: 4px; min-height: %pp; min-width: %pp; }
     QScrollBar::handle:hover { background: %muted; }
-    QScrollBar::add-line, QScrollBar::sub-line, QScrollBar::add-page, QScrollBar::sub-page { background: none; border: none; width: 0; height: 0; }
+    QScrollBar::add-line, QScrollBar::sub-line, QScrollBar::add-page, QScrollBar::sub-page
+      { background: none; border: none; width: 0; height: 0; }
     QTableView, QListView, QTreeView { background: %surface; border: 1px solid %line; border-radius: %r; gridline-color: %line; }
+    QTableView::item { padding: 0 %p; }
     QHeaderView::section { background: %raised; border: none; border-bottom: 1px solid %line; padding: %p; }
+    QAbstractScrollArea::corner { background: transparent; border: none; }
+    QComboBox, QAbstractSpinBox { min-height: %h; }
+    QCheckBox::indicator { width: %i; height: %i; }
     QProgressBar { background: %raised; border: 1px solid %line; border-radius: %r; text-align: center; }
     QProgressBar::chunk { background: %accent; border-radius: %r; }
     QFrame#side { background: %window; border: none; border-right: 1px solid %line; }
     QListWidget#pages { background: transparent; border: none; outline: none; }
-    QListWidget#pages::item { padding: %p %pp; border-radius: %r; margin: 1px %p; color: %text; }
-    QListWidget#pages::item:selected { background: %raised; color: %text; border-left: 3px solid %accent; border-radius: 0; }
-    QListWidget#pages::item:focus { border: 1px solid %accent; border-left: 3px solid %accent; }
+    QListWidget#pages::item { padding: %p %pp; margin: 1px %p; color: %text; border: 1px solid transparent; border-left-width: 3px; }
+    QListWidget#pages::item:selected { background: %raised; color: %text; border-left-color: %accent; }
+    QListWidget#pages::item:focus { border-color: %accent; }
     QToolTip { background: %raised; color: %text; border: 1px solid %line; }
   )")
       .replace("%surface", t.surface.name())
@@ -92,6 +112,8 @@ QString sheetOf(const Theme& t) {
       .replace("%muted", t.muted.name())
       .replace("%onAccent", t.onAccent.name())
       .replace("%accent", t.accent.name())
+      .replace("%h", QString::number(Theme::scaled(24)) + "px")
+      .replace("%i", QString::number(Theme::scaled(14)) + "px")
       .replace("%q", QString::number(Theme::scaled(9)) + "px")
       .replace("%pp", QString::number(Theme::scaled(14)) + "px")
       .replace("%p", QString::number(Theme::scaled(6)) + "px")
@@ -116,6 +138,24 @@ void Theme::install(QApplication& application, Mode mode, int textPercent) {
   QApplication::setPalette(paletteOf(installed));
   QApplication::setFont(font);
   application.setStyleSheet(sheetOf(installed));
+  emit changes().changed();
+}
+
+void Theme::follow(QObject* owner, const std::function<void()>& apply) {
+  apply();
+  QObject::connect(&changes(), &ThemeChanges::changed, owner, apply);
+}
+
+void Theme::setFont(QWidget* of, double factor, bool isBold) {
+  follow(of, [=] { of->setFont(font(factor, isBold)); });
+}
+
+void Theme::setMargins(QLayout* of, int pixels) {
+  follow(of, [=] { of->setContentsMargins(scaled(pixels), scaled(pixels), scaled(pixels), scaled(pixels)); });
+}
+
+void Theme::setSpacing(QLayout* of, int pixels) {
+  follow(of, [=] { of->setSpacing(scaled(pixels)); });
 }
 
 int Theme::scaled(int pixels) {
@@ -134,3 +174,5 @@ QFont Theme::font(double factor, bool isBold) {
 }
 
 }  // namespace halvo
+
+#include "Theme.moc"

@@ -36,7 +36,8 @@ void addTo(QMenuBar& bar, const Appearance& present, std::function<void(const Ap
   for (const auto& [mode, label] : looks) choice(modes, label, {.mode = mode, .textPercent = present.textPercent});
   menu->addSeparator();
   auto* sizes = new QActionGroup(menu);
-  for (const auto percent : Appearance::textSizes) choice(sizes, tr("Text %1 %").arg(percent), {.mode = present.mode, .textPercent = percent});
+  for (const auto percent : Appearance::textSizes)
+    choice(sizes, tr("Text %1 %").arg(percent), {.mode = present.mode, .textPercent = percent});
   menu->addSeparator();
   const auto step = [&](const QString& label, const QKeySequence& key, int percent) {
     menu->addAction(label, menu, [chosen, present, percent] { chosen({.mode = present.mode, .textPercent = percent}); })->setShortcut(key);

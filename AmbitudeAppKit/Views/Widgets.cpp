@@ -4,6 +4,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLayoutItem>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QStyle>
@@ -24,13 +25,13 @@ QLabel* text(const QString& words) {
 
 QLabel* heading(const QString& words) {
   auto* label = text(words);
-  label->setFont(Theme::font(1.6, true));
+  Theme::setFont(label, 1.6, true);
   return label;
 }
 
 QLabel* subheading(const QString& words) {
   auto* label = text(words);
-  label->setFont(Theme::font(1.15, true));
+  Theme::setFont(label, 1.15, true);
   return label;
 }
 
@@ -71,9 +72,8 @@ QFrame* card(QVBoxLayout*& column) {
   auto* frame = new QFrame;
   frame->setProperty("card", true);
   column = new QVBoxLayout(frame);
-  const auto space = Theme::scaled(14);
-  column->setContentsMargins(space, space, space, space);
-  column->setSpacing(Theme::scaled(8));
+  Theme::setMargins(column, 14);
+  Theme::setSpacing(column, 8);
   return frame;
 }
 
@@ -89,7 +89,8 @@ QTableWidget* table(const QStringList& headers, const QString& description) {
   made->setEditTriggers(QAbstractItemView::NoEditTriggers);
   made->setSelectionBehavior(QAbstractItemView::SelectRows);
   made->setTabKeyNavigation(false);
-  made->setMinimumHeight(Theme::scaled(200));
+  made->setVisible(false);  // until there are rows
+  Theme::follow(made, [made] { made->setMinimumHeight(Theme::scaled(200)); });
   return made;
 }
 
@@ -109,13 +110,14 @@ QVBoxLayout* scrollingColumn(QWidget* page) {
   area->setFocusPolicy(Qt::NoFocus);
   auto* content = new QWidget;
   auto* column = new QVBoxLayout(content);
-  const auto space = Theme::scaled(24);
-  column->setContentsMargins(space, space, space, space);
-  column->setSpacing(Theme::scaled(14));
+  Theme::setMargins(column, 24);
+  Theme::setSpacing(column, 14);
   area->setWidget(content);
   outer->addWidget(area);
   return column;
 }
+
+void giveBack(const QString& words, QLineEdit* line) { line->setText((words + ' ' + line->text()).trimmed()); }
 
 void clear(QVBoxLayout* column) {
   while (auto* item = column->takeAt(0)) {

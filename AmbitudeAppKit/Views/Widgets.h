@@ -10,6 +10,7 @@
 
 class QFrame;
 class QLabel;
+class QLineEdit;
 class QPushButton;
 class QTableWidget;
 class QVBoxLayout;
@@ -42,6 +43,8 @@ QTableWidget* table(const QStringList& headers, const QString& description);
 void fill(QTableWidget* table, const std::vector<QStringList>& rows);
 /// The column of a page: margins, and a scroll bar when the window is too small for it.
 QVBoxLayout* scrollingColumn(QWidget* page);
+/// Words that could not be kept go back into their line, in front of what was typed since.
+void giveBack(const QString& words, QLineEdit* line);
 /// Takes everything out of a layout and deletes it.
 void clear(QVBoxLayout* column);
 

@@ -13,10 +13,15 @@
 #include "AmbitudeAppKit/Views/MainWindow.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "CaptureShared/DataRoot/AgentUmask.h"
+#include "CaptureShared/Foundation/FFmpegResolver.h"
+#include "CaptureShared/Labels/Clips/ClipFolder.h"
+#include "CaptureShared/Labels/Clips/RampProxyEncoder.h"
+#include "app/ArchiveKeys.h"
 #include "app/DesktopNeeds.h"
 #include "tests/support/InventedDay.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/XServer.h"
+#include "tools/Screenshots/InventedRecording.h"
 
 namespace {
 
@@ -29,19 +34,34 @@ void settle(int ms) {
   loop.exec();
 }
 
+/// The application's own needs, but for where a moment's frames are found.
+Pages::Needs needs(const std::filesystem::path& root, const Calendar& calendar) {
+  auto made = desktopNeeds();
+  const auto folder = std::make_shared<ClipFolder>(processEnvironment());
+  made.review.makeClip = [=, locate = InventedRecording::locate(root, calendar)](std::int64_t atMs, const std::stop_token& stop) {
+    const auto plan = RampClipPlan::plan({.judgedInstantMs = atMs, .locate = locate});
+    const auto file = folder->path() / "moment.mp4";
+    std::filesystem::remove(file);
+    const auto cost = RampProxyEncoder::encode(
+        plan, file, {.ffmpeg = FFmpegResolver::resolve(processEnvironment()), .keyForGeneration = ArchiveKeys::ofThisAccount()}, stop);
+    return MomentClip{.file = file, .fps = plan.outputFps, .frameCount = cost.frameCount, .fromMs = plan.frames.front().sourceRealMs};
+  };
+  return made;
+}
+
 void takePictures(QApplication& application, const std::filesystem::path& root, const QString& folder) {
   const auto calendar = Calendar::local();
   for (const auto mode : {Theme::Mode::light, Theme::Mode::dark}) {
     Theme::install(application, mode);
     DesktopApplication desktop({.root = root, .calendar = calendar, .nowMs = [=] { return test::InventedDay::nowMs(calendar); }},
-                               Pages::all(desktopNeeds()));
+                               Pages::all(needs(root, calendar)));
     auto& window = desktop.window();
     window.resize(1100, 760);
     window.show();
     settle(1'200);
     for (int i = 0; i < window.pageCount(); ++i) {
       window.showPage(i);
-      settle(600);
+      settle(window.page(i)->accessibleName() == "Review" ? 12'000 : 600);  // a clip takes some seconds to make
       const auto name = QString("%1/%2-%3.png").arg(folder, window.page(i)->accessibleName().toLower().replace(' ', '-'),
                                                     mode == Theme::Mode::dark ? "dark" : "light");
       if (!window.grab().save(name)) std::fprintf(stderr, "not written: %s\n", qPrintable(name));
@@ -70,6 +90,7 @@ int main(int argc, char** argv) {
   test::InventedDay::leaveReview(root, Calendar::local());
   QApplication application(argc, argv);
   QApplication::setFont(QFont("Inter", 10));
+  InventedRecording::write(root, Calendar::local());
   QDir().mkpath(argv[1]);
   takePictures(application, root, argv[1]);
   return 0;

@@ -1,7 +1,10 @@
 // Every page for whoever can't see it, has no mouse, or needs large letters.
 
+#include <atomic>
 #include <cmath>
+#include <map>
 #include <set>
+#include <thread>
 
 #include <QAbstractButton>
 #include <QComboBox>
@@ -9,6 +12,7 @@
 #include <QListWidget>
 #include <QScrollArea>
 
+#include "AmbitudeAppKit/Views/ConversationPopup.h"
 #include "AmbitudeAppKit/Views/SetupView.h"
 #include "tests/AmbitudeAppKit/Views/WindowScene.h"
 #include "tests/support/InventedDay.h"
@@ -40,10 +44,12 @@ std::string describe(const QWidget* widget) {
 
 class AccessibilityTest : public test::WindowScene {
  protected:
-  /// Opens the window on the invented day and calls `check` on each page.
+  /// Calls `check` on each page of the window, which is opened on the invented day.
   void onEachPage(const std::function<void(MainWindow&)>& check) {
-    test::InventedDay::write(root, Calendar::local());
-    open();
+    if (!desktop) {
+      test::InventedDay::write(root, Calendar::local());
+      open();
+    }
     for (int i = 0; i < desktop->window().pageCount(); ++i) {
       auto& window = desktop->window();
       window.showPage(i);
@@ -58,6 +64,9 @@ class AccessibilityTest : public test::WindowScene {
   }
   static void expectRoom(QWidget& window) {
     for (auto* widget : window.findChildren<QWidget*>()) {
+      if (const auto* list = qobject_cast<QListWidget*>(widget)) {
+        EXPECT_GE(list->viewport()->width(), list->sizeHintForColumn(0)) << describe(widget);
+      }
       const auto* label = qobject_cast<QLabel*>(widget);
       const bool isControl = qobject_cast<QAbstractButton*>(widget) || qobject_cast<QComboBox*>(widget) || qobject_cast<QLineEdit*>(widget);
       if (!widget->isVisible() || (!isControl && !(label && !label->text().isEmpty())) || widget->objectName().startsWith("qt_")) continue;
@@ -67,13 +76,11 @@ class AccessibilityTest : public test::WindowScene {
         EXPECT_GE(widget->width(), widget->sizeHint().width()) << describe(widget);
       }
       EXPECT_GE(widget->width(), widget->minimumSizeHint().width()) << describe(widget);
-      // What doesn't fit can be scrolled to, and all else is on the window.
+      // What doesn't fit can be scrolled to, down and never sideways, and all else is on the window.
       const QWidget* ground = &window;
       for (auto* above = widget->parentWidget(); above; above = above->parentWidget())
         if (auto* area = qobject_cast<QScrollArea*>(above)) {
-          if (area->horizontalScrollBarPolicy() == Qt::ScrollBarAlwaysOff) {
-            EXPECT_LE(area->widget()->width(), area->viewport()->width());
-          }
+          EXPECT_LE(area->widget()->width(), area->viewport()->width()) << describe(widget);
           ground = area->widget();
           break;
         }
@@ -100,12 +107,17 @@ TEST_F(AccessibilityTest, everyControlHasANameAndTabReachesIt) {
 }
 
 TEST_F(AccessibilityTest, largeTextLosesNothing) {
-  Theme::install(*qApp, Theme::Mode::light, 200);
-  onEachPage([](MainWindow& window) {
+  const auto check = [](MainWindow& window) {
     window.resize(1000, 700);
     QTest::qWait(100);
     expectRoom(window);
-  });
+  };
+  onEachPage(check);
+  desktop->setAppearance({.textPercent = 200});
+  onEachPage(check);
+  desktop->popup().openByPerson();
+  QTest::qWait(100);
+  expectRoom(desktop->popup());
   for (const auto state : {DataRootSetup::State::unconfigured, DataRootSetup::State::away}) {
     SetupView setup({.state = [=] { return state; }, .carryOut = [](auto&) {}}, "/a/folder", state);
     setup.resize(600, 500);
@@ -115,22 +127,42 @@ TEST_F(AccessibilityTest, largeTextLosesNothing) {
   }
 }
 
-TEST_F(AccessibilityTest, anotherLookIsTakenUpAtOnceAndKept) {
+TEST_F(AccessibilityTest, anotherLookIsTakenUpAtOnceAndKeptAndEndsNothing) {
   const auto file = folder.path() / "appearance.json";
-  desktop = std::make_unique<DesktopApplication>(DayFeed::Config{.root = root, .nowMs = Clock::system().nowMs}, Pages::all(desktopNeeds()),
+  std::atomic<bool> isEnded = false;
+  const ModelView::Operations model{.list = [] { return ModelPage{.rows = {{.name = "small"}}}; },
+                                    .install = [&](auto&&, auto&&, const std::stop_token& stop) -> ModelShelf::Outcome {
+                                      while (!stop.stop_requested()) std::this_thread::yield();
+                                      isEnded = true;
+                                      return ModelShelf::Stopped{};
+                                    }};
+  desktop = std::make_unique<DesktopApplication>(DayFeed::Config{.root = root, .nowMs = Clock::system().nowMs},
+                                                 std::vector<PageEntry>{{"Model", "", [=] { return new ModelView(model); }}},
                                                  DesktopApplication::Look{{}, file});
   desktop->show();
-  ASSERT_TRUE(QTest::qWaitForWindowActive(&desktop->window()));
-  desktop->window().showPage(2);
-  const auto before = QFontMetrics(QApplication::font()).height();
-  QTest::keyClick(&desktop->window(), Qt::Key_Plus, Qt::ControlModifier);
+  auto& window = desktop->window();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+  auto* line = window.findChild<QLineEdit*>("declare");
+  QTest::keyClicks(line, "half a sen");
+  window.showPage(2);
+  ASSERT_TRUE(eventually([&] { return window.findChild<QPushButton*>("install small"); }));
+  press(window.findChild<QPushButton*>("install small"));
+  const auto before = line->fontMetrics().height();
+  std::map<const QLabel*, int> heights;
+  for (const auto* label : window.findChildren<QLabel*>()) heights[label] = label->fontMetrics().height();
+  QTest::keyClick(&window, Qt::Key_Plus, Qt::ControlModifier);
   EXPECT_TRUE(eventually([&] { return Appearance::read(file) == Appearance{.textPercent = 125}; }));
-  EXPECT_GT(QFontMetrics(QApplication::font()).height(), before);
-  EXPECT_EQ(desktop->window().currentPage(), 2);
+  QTest::keyClick(&window, Qt::Key_Plus, Qt::ControlModifier);
+  EXPECT_TRUE(eventually([&] { return Appearance::read(file) == Appearance{.textPercent = 150}; })) << "a step from there";
+  EXPECT_GT(line->fontMetrics().height(), before);
+  for (const auto& [label, height] : heights) EXPECT_GT(label->fontMetrics().height(), height) << describe(label);
+  EXPECT_EQ(window.currentPage(), 2);
+  EXPECT_EQ(line->text(), "half a sen");
+  EXPECT_TRUE(window.findChild<QWidget*>("progress")->isVisible() && !isEnded) << "an install goes on";
   desktop->setAppearance({.mode = Appearance::Mode::dark});
   EXPECT_TRUE(Theme::current().isDark);
-  EXPECT_EQ(QFontMetrics(QApplication::font()).height(), before);
-  EXPECT_TRUE(eventually([&] { return shows(desktop->window(), "Capture has not been at work yet"); })) << "the health line stands in the new one too";
+  EXPECT_EQ(line->fontMetrics().height(), before);
+  desktop.reset();
 }
 
 TEST_F(AccessibilityTest, textStandsOutFromItsGround) {

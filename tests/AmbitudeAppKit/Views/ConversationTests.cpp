@@ -41,12 +41,11 @@ TEST_F(ConversationTest, declareClearAndQuiet) {
   EXPECT_TRUE(eventually([&] { return shows(window, "Lark may speak up"); }));
   EXPECT_EQ(rows("user_quiet_cancelled").size(), 1u);
 
-  // A root that can't be written to keeps the words.
+  // A root that can't be written to costs no words.
   std::filesystem::rename(root, folder.path() / "away");
   QTest::keyClicks(line, "clear");
   QTest::keyClick(line, Qt::Key_Return);
-  EXPECT_EQ(line->text(), "clear");
-  EXPECT_TRUE(shows(window, "data root")) << "and says why";
+  EXPECT_TRUE(eventually([&] { return line->text() == "clear" && shows(window, "data root"); })) << "they come back, with the reason";
   std::filesystem::rename(folder.path() / "away", root);
 }
 
@@ -70,10 +69,10 @@ TEST_F(ConversationTest, askedByThePopupAndAnsweredWithoutLosingTheKeyboard) {
   QTest::keyClicks(say, "yes, back to it");
   QTest::keyClick(say, Qt::Key_Return);
   EXPECT_TRUE(eventually([&] { return !popup.isVisible(); })) << "an answer ends it";
+  ASSERT_TRUE(eventually([&] { return rows("ui_closed").size() == 1; }));
   const auto said = rows("app_chat_message"), closed = rows("ui_closed");
   ASSERT_EQ(said.size(), 2u);
   EXPECT_EQ(*said[1].text("text"), "yes, back to it");
-  ASSERT_EQ(closed.size(), 1u);
   EXPECT_EQ(*closed[0].text("dismissed_by"), "answer") << "which holds nothing back";
 
   QTest::qWait(5);
@@ -83,6 +82,23 @@ TEST_F(ConversationTest, askedByThePopupAndAnsweredWithoutLosingTheKeyboard) {
   popup.close();
   EXPECT_TRUE(eventually([&] { return rows("ui_closed").size() == 2; }));
   EXPECT_EQ(*rows("ui_closed")[1].text("dismissed_by"), "user");
+}
+
+TEST_F(ConversationTest, anEndOfTheApplicationIsNoDismissal) {
+  add(CoachTurnEffects::event("ui_opened", {}, now()));
+  lark("Still the essay?");
+  open();
+  ASSERT_TRUE(eventually([&] { return desktop->popup().isVisible(); }));
+  auto* line = field(desktop->window(), "declare");
+  QTest::keyClicks(line, "the essay");
+  QTest::keyClick(line, Qt::Key_Return);
+  QTimer::singleShot(0, qApp, &QApplication::quit);
+  QApplication::exec();
+  desktop.reset();
+  EXPECT_TRUE(rows("ui_closed").empty());
+  EXPECT_EQ(rows("task_declared").size(), 1u) << "what was asked for in the last moment is done";
+  open();
+  EXPECT_TRUE(eventually([&] { return desktop->popup().isVisible(); })) << "it is still unanswered";
 }
 
 TEST_F(ConversationTest, theReplyIsShownAsItIsWrittenAndEffectsCanBeUndone) {

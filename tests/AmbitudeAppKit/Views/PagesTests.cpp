@@ -1,14 +1,17 @@
 // The other pages, used as a person uses them.
 
+#include <set>
+
+#include <QCheckBox>
 #include <QComboBox>
-#include <QMessageBox>
+#include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTableWidget>
-#include <QTimer>
 
 #include "AmbitudeAppKit/Stores/Corrections.h"
 #include "AmbitudeAppKit/Stores/OwnDenylist.h"
+#include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "AmbitudeCore/Folds/CoachPreferences.h"
 #include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
@@ -35,16 +38,12 @@ class PagesTest : public test::WindowScene {
       if (found->text() == label && found->isVisible()) return found;
     return nullptr;
   }
-  /// Presses a button and answers the question that it asks.
-  static void pressAndAnswer(QPushButton* asked, const QString& answer) {
-    QTimer::singleShot(200, [answer] {
-      auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-      ASSERT_NE(box, nullptr);
-      for (auto* choice : box->buttons())
-        if (choice->text() == answer) return choice->click();
-      box->reject();
+  /// Presses a button and gives its file dialog a name.
+  static void pressAndName(QPushButton* asked, const std::filesystem::path& name) {
+    pressAnd(asked, [&](QDialog& dialog) {
+      dialog.findChild<QLineEdit*>("fileNameEdit")->setText(QString::fromStdString(name.string()));
+      QMetaObject::invokeMethod(&dialog, "accept");
     });
-    press(asked);
   }
 };
 
@@ -88,6 +87,26 @@ TEST_F(PagesTest, retentionIsChosenPreviewedAndApplied) {
   EXPECT_FALSE(std::filesystem::exists(old));
 }
 
+TEST_F(PagesTest, recordingIsPausedResumedAndMadeSmaller) {
+  auto& page = openPage("Recordings");
+  const auto controls = [&] { return RecordingControls::read(root); };
+  ASSERT_TRUE(eventually([&] { return shows(page, "nothing has been recorded yet"); }));
+  press(button(page, "Pause for an hour"));
+  ASSERT_TRUE(eventually([&] { return shows(page, "Recording paused until ") && button(page, "Resume"); }));
+  EXPECT_EQ(*controls().pausedUntilMs - *controls().pausedAtMs, 3'600'000);
+  EXPECT_EQ(QApplication::focusWidget(), button(page, "Resume")) << "the keyboard isn't lost";
+  EXPECT_TRUE(eventually([&] { return shows(desktop->window(), "; recording paused until "); })) << "the line of the window's health says it too";
+  QTest::keyClick(button(page, "Resume"), Qt::Key_Space);
+  ASSERT_TRUE(eventually([&] { return button(page, "Pause until I resume"); }));
+  EXPECT_FALSE(controls().pausedAtMs);
+  auto* quality = page.findChild<QComboBox*>("recording quality");
+  quality->setFocus();
+  QTest::keyClick(quality, Qt::Key_Down);
+  EXPECT_TRUE(eventually([&] { return controls().quality == RecordingControls::Quality::compact; }));
+  folder.write("data/recording-controls.json", "{");
+  EXPECT_TRUE(eventually([&] { return shows(page, "can't be read"); })) << "the page follows the file";
+}
+
 TEST_F(PagesTest, theDenylistIsKeptAndCallsAreToldApart) {
   TurnUsageRecordLog::append(TurnUsageRecord{.atMs = 1, .layer = "gate", .promptTokens = 7}, TurnUsageRecordLog::defaultURL(root));
   TurnUsageRecordLog::append(TurnUsageRecord{.atMs = 2, .layer = "coach", .provider = "Northwind", .promptTokens = 900},
@@ -109,6 +128,37 @@ TEST_F(PagesTest, theDenylistIsKeptAndCallsAreToldApart) {
   press(button(page, "Save list"));
   EXPECT_TRUE(eventually([&] { return shows(page, "this name can't be kept: $HOME"); }));
   EXPECT_EQ(OwnDenylist::read(processEnvironment()), (std::vector<std::string>{"Diary", "Vault"}));
+}
+
+TEST_F(PagesTest, theReportIsShownBeforeItIsSavedAndSavedAsShown) {
+  const auto log = std::filesystem::path(std::getenv("HOME")) / "Library/Logs/Halvo/Supervisor.log";
+  std::filesystem::create_directories(log.parent_path());
+  writeFileAtomically(log, "Signals runs\nthe window of a secret\n");
+  auto& page = openPage("Diagnostics");
+  auto* report = page.findChild<QPlainTextEdit*>("report");
+  ASSERT_TRUE(eventually([&] { return report->toPlainText().contains("Signals runs"); }));
+  EXPECT_TRUE(report->toPlainText().contains("1 left out") && !report->toPlainText().contains("secret"));
+  const auto file = folder.path() / "report.txt";
+  pressAndName(button(page, "Save as…"), file);
+  ASSERT_TRUE(eventually([&] { return shows(page, "Saved to "); }));
+  EXPECT_EQ(readFile(file), report->toPlainText().toStdString());
+  pressAndName(button(page, "Save as…"), folder.path() / "none/report.txt");
+  EXPECT_TRUE(eventually([&] { return shows(page, "Not saved: "); }));
+}
+
+TEST_F(PagesTest, whatIsChosenIsExportedAndAFailureIsTold) {
+  add(AppChatEvents::coachMessage({.text = "Still the essay?", .asOfMs = Clock::system().nowMs()}));
+  auto& page = openPage("Export");
+  for (auto* box : page.findChildren<QCheckBox*>()) box->setChecked(!box->text().startsWith("Verdicts"));
+  const auto start = button(page, "Choose a folder…");
+  pressAndName(start, folder.path());
+  ASSERT_TRUE(eventually([&] { return shows(page, "events.jsonl: 1 row(s)"); }));
+  std::set<std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.path()))
+    if (entry.path().parent_path().filename().string().find("-to-") != std::string::npos) files.insert(entry.path().filename());
+  EXPECT_EQ(files, (std::set<std::string>{"events.jsonl", "samples.csv"}));
+  pressAndName(start, folder.path());
+  EXPECT_TRUE(eventually([&] { return shows(page, "Nothing was written: ") && shows(page, "File exists"); })) << "never over another";
 }
 
 }  // namespace

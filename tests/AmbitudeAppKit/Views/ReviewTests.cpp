@@ -4,6 +4,7 @@
 
 #include <QCheckBox>
 #include <QLineEdit>
+#include <QSpinBox>
 
 #include "AmbitudeAppKit/Views/ClipView.h"
 #include "CaptureShared/EventLog/JSONLAppend.h"
@@ -61,24 +62,45 @@ TEST_F(ReviewTest, theClipGoesWithThePageAndAnAnswerIsChanged) {
     return MomentClip{.file = file, .fps = 10, .frameCount = 20};
   };
   operations.dropClip = [&] { std::filesystem::remove(file); };
-  ReviewView page(operations);
-  auto* clip = page.findChild<ClipView*>();
-  page.resize(900, 740);
-  page.setVisible(true);
-  page.shown();
+  auto page = std::make_unique<ReviewView>(operations);
+  auto* clip = page->findChild<ClipView*>();
+  page->resize(900, 740);
+  page->setVisible(true);
+  page->shown();
   ASSERT_TRUE(eventually([&] { return clip->frameShown() > 0; }));
-  key(page, Qt::Key_Space);
+  key(*page, Qt::Key_Space);
   EXPECT_FALSE(clip->isPlaying());
-  page.hide();
+  page->hide();
   EXPECT_EQ(clip->frameShown(), -1);
   EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(file); }));
-  page.setVisible(true);
+  page->setVisible(true);
   ASSERT_TRUE(eventually([&] { return clip->isPlaying() && clip->frameShown() > 0; }));
-  key(page, Qt::Key_R);
-  EXPECT_TRUE(eventually([&] { return shows(page, "won't count as a blind one"); }));
+  key(*page, Qt::Key_R);
+  EXPECT_TRUE(eventually([&] { return shows(*page, "won't count as a blind one"); }));
+  key(*page, Qt::Key_1);
+  ASSERT_TRUE(eventually([&] { return shows(*page, "You said: on task"); }));
+  EXPECT_FALSE(labels().back().answeredBlind.value_or(true));
+  page.reset();
+  EXPECT_FALSE(std::filesystem::exists(file)) << "nothing outlives the page";
+}
+
+TEST_F(ReviewTest, anOpenReviewIsGivenUpForAnotherOnlyWhenAsked) {
+  recordMoments();
+  auto& page = review();
+  const auto button = [&](const char* name) { return page.findChild<QPushButton*>(name); };
+  ASSERT_TRUE(eventually([&] { return button("draw")->isVisible(); }));
+  page.findChild<QCheckBox*>("without footage")->click();
+  press(button("draw"));
+  ASSERT_TRUE(eventually([&] { return shows(page, "1 of 3"); }));
   key(page, Qt::Key_1);
   ASSERT_TRUE(eventually([&] { return shows(page, "You said: on task"); }));
-  EXPECT_FALSE(labels().back().answeredBlind.value_or(true));
+  press(button("another"));
+  pressAndAnswer(button("draw"), "Cancel");
+  EXPECT_TRUE(shows(page, "You said: on task"));
+  page.findChild<QSpinBox*>("limit")->setValue(1);
+  pressAndAnswer(button("draw"), "Draw another");
+  EXPECT_TRUE(eventually([&] { return shows(page, "1 of 1") && !button("draw")->isVisible(); }));
+  EXPECT_EQ(labels().size(), 1u) << "the answer is kept";
 }
 
 TEST_F(ReviewTest, threeMomentsByKeyboardLeftAndResumed) {

@@ -1,10 +1,8 @@
 // The agents' page over a service manager that is driven by hand.
 
 #include <QComboBox>
-#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QTableWidget>
-#include <QTimer>
 
 #include "AmbitudeAppKit/Views/ServicesView.h"
 #include "CaptureShared/DataRoot/AgentLogging.h"
@@ -41,13 +39,13 @@ TEST_F(ServicesTest, agentsComeAndGoAndAreRead) {
   page.shown();
   auto* table = page.findChild<QTableWidget*>();
   auto* which = page.findChild<QComboBox*>("which agents");
-  const auto press = [&](const QString& label) {
-    for (auto* button : page.findChildren<QPushButton*>())
-      if (button->text() == label) return WindowScene::press(button);
-    FAIL() << label.toStdString();
+  const auto button = [&](const QString& label) -> QPushButton* {
+    for (auto* found : page.findChildren<QPushButton*>())
+      if (found->text() == label) return found;
+    return nullptr;
   };
   ASSERT_TRUE(eventually([&] { return table->rowCount() == 5 && shows(page, "No agent is on"); }));
-  press("Install");
+  press(button("Install"));
   ASSERT_TRUE(eventually([&] { return shows(page, "Local model: installed") && table->item(1, 1)->text() == "running"; }));
   EXPECT_FALSE(shows(page, "No agent is on"));
 
@@ -56,18 +54,12 @@ TEST_F(ServicesTest, agentsComeAndGoAndAreRead) {
   auto* lines = page.findChild<QPlainTextEdit*>("agent log");
   EXPECT_TRUE(eventually([&] { return lines->isVisible() && lines->toPlainText() == "awake\nasleep"; }));
   for (const char* answer : {"Cancel", "Remove"}) {
-    QTimer::singleShot(200, [answer] {
-      auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-      ASSERT_NE(box, nullptr);
-      for (auto* choice : box->buttons())
-        if (choice->text() == answer) return choice->click();
-    });
     EXPECT_TRUE(manager.jobs[label(BackgroundAgent::coachDriver)].isRegistered);
-    press("Remove…");
+    pressAndAnswer(button("Remove…"), answer);
   }
   EXPECT_TRUE(eventually([&] { return shows(page, "Coach: removed") && shows(page, "Not on: Coach."); }));
   manager.failingCall = manager.calls.size();
-  press("Install");
+  press(button("Install"));
   EXPECT_TRUE(eventually([&] { return shows(page, "Coach couldn't be turned on just now. Try again"); }));
   EXPECT_TRUE(manager.jobs[label(BackgroundAgent::captureSupervisor)].isRegistered) << "only the chosen one is meant";
 }

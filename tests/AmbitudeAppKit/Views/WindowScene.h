@@ -7,9 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QDialog>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
 #include "AmbitudeAppKit/Views/MainWindow.h"
@@ -19,6 +21,7 @@
 #include "CaptureShared/EventLog/EventLogWriter.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "app/DesktopNeeds.h"
+#include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/XServer.h"
 
@@ -30,6 +33,7 @@ class WindowScene : public testing::Test {
   WindowScene() {
     static const XServer server;
     ::setenv("DISPLAY", server.display().c_str(), 1);
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", bus().address().c_str(), 1);
     ::setenv("QT_QPA_PLATFORM", "xcb", 1);
     // One home for all: a process has one, and keeps what it read from there.
     static const TemporaryFolder home;
@@ -52,6 +56,11 @@ class WindowScene : public testing::Test {
     desktop->show();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&desktop->window()));
   }
+  /// The session's bus, without a desktop's services but for those that a test starts.
+  static PrivateBus& bus() {
+    static PrivateBus one;
+    return one;
+  }
   /// Runs the event loop until `holds` does.
   static bool eventually(const std::function<bool()>& holds, int ms = 8'000) { return QTest::qWaitFor(holds, ms); }
   /// Whether a label that can be seen holds these words.
@@ -65,6 +74,27 @@ class WindowScene : public testing::Test {
     ASSERT_NE(button, nullptr);
     button->setFocus();
     QTest::keyClick(button, Qt::Key_Space);
+  }
+  /// Presses a button and deals with the dialog that it opens.
+  static void pressAnd(QPushButton* button, const std::function<void(QDialog&)>& answer) {
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+      auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+      if (!dialog) return;
+      poll.stop();
+      answer(*dialog);
+      if (dialog->isVisible()) dialog->reject();
+    });
+    poll.start(20);
+    press(button);
+    EXPECT_FALSE(poll.isActive()) << "nothing was asked";
+  }
+  static void pressAndAnswer(QPushButton* button, const QString& answer) {
+    pressAnd(button, [&](QDialog& dialog) {
+      for (auto* choice : dialog.findChildren<QPushButton*>())
+        if (choice->text() == answer) return choice->click();
+      ADD_FAILURE() << "no such answer: " << answer.toStdString();
+    });
   }
   std::vector<EventLogEvent> rows(std::string_view type) const {
     std::vector<EventLogEvent> found;

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "CaptureShared/Foundation/Calendar.h"
+#include "CaptureShared/Recording/Supervision/RecordingControls.h"
+
+namespace halvo {
+
+/// Whether the screen is being recorded, and how.
+struct RecordingCard {
+  std::string line = {};  ///< "Recording paused until 16:30", "Recording; the last frame came 2s ago"
+  bool isPaused = false;
+  bool isWarning = false;  ///< nothing is recorded, and nobody asked for that
+  RecordingControls::Quality quality = RecordingControls::Quality::full;
+  bool operator==(const RecordingCard&) const = default;
+
+  struct Moment {
+    RecordingControls controls = {};
+    std::optional<std::int64_t> lastFrameMs = {};  ///< absent: never
+    std::int64_t nowMs = 0;
+    const Calendar& calendar;
+  };
+  static RecordingCard of(const Moment& moment);
+  /// Of a data root as it is. Reads two small things; never throws.
+  static RecordingCard read(const std::filesystem::path& dataRoot, std::int64_t nowMs, const Calendar& calendar);
+};
+
+}  // namespace halvo
