@@ -3,11 +3,11 @@
 #include <chrono>
 #include <map>
 #include <set>
+#include <span>
 #include <system_error>
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
@@ -33,6 +33,13 @@ double secondsNow() { return std::chrono::duration<double>(std::chrono::steady_c
 std::string detailOf(const FFmpegRun::Outcome& outcome) {
   const auto text = std::string(Text::trim(Text::scrubbed(outcome.standardError)));
   return text.empty() ? fmt::format("ffmpeg exit {}", outcome.exitStatus) : Text::newlinesToBlanks(text);
+}
+
+/// An expression of ffmpeg's that holds for these frames. Halved again and again: its parser takes no more than a hundred terms side by side.
+std::string anyOf(std::span<const std::int64_t> frames) {
+  if (frames.size() == 1) return fmt::format("eq(n\\,{})", frames.front());
+  const auto half = frames.size() / 2;
+  return "(" + anyOf(frames.first(half)) + "+" + anyOf(frames.subspan(half)) + ")";
 }
 
 /// A folder that goes with this object.
@@ -101,8 +108,8 @@ class Encode {
     if (isSealed) words = {"-f", "matroska", "-i", "pipe:0"};
     else words = {"-i", fs::absolute(file).string()};
     const auto size = fmt::format("{}:{}", setup_.pixelWidth, setup_.pixelHeight);
-    const auto filter = fmt::format("select='eq(n\\,{})',scale={}:force_original_aspect_ratio=decrease,pad={}:-1:-1,setsar=1",
-                                    fmt::join(frames, ")+eq(n\\,"), size, size);
+    const auto filter = fmt::format("select='{}',scale={}:force_original_aspect_ratio=decrease,pad={}:-1:-1,setsar=1",
+                                    anyOf(std::vector(frames.begin(), frames.end())), size, size);
     words.insert(words.end(), {"-an", "-vf", filter, "-fps_mode", "passthrough", "-frames:v", std::to_string(frames.size()), "-q:v", "3",
                                "-f", "image2", (scratch_.path / (prefix + "%06d.jpg")).string()});
     if (isSealed) {

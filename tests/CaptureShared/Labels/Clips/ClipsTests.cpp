@@ -113,8 +113,8 @@ struct RampProxyEncoderTest : testing::Test {
     const auto output = Spawn::capture(program, words, "", 60);
     return output && output->exitStatus == 0 ? output->standardOutput : "failed";
   }
-  void record(std::size_t keptBytes = std::string::npos) {
-    const auto source = "color=c=black:s=320x180:r=2:d=20,geq=lum='20+5*N':cb=128:cr=128";
+  void record(std::size_t keptBytes = std::string::npos, int sec = 20) {
+    const auto source = fmt::format("color=c=black:s=320x180:r=2:d={},geq=lum='20+5*mod(N,40)':cb=128:cr=128", sec);
     run(ffmpeg, {"-v", "error", "-y", "-f", "lavfi", "-i", source, "-g", "4", (folder.path() / "plain.mkv").string()});
     test::seal(hour, {readFile(folder.path() / "plain.mkv").substr(0, keptBytes)});
   }
@@ -150,6 +150,17 @@ TEST_F(RampProxyEncoderTest, makesAClipOfASealedHour) {
   ASSERT_EQ(::stat(clip.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
   EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 3) << "no single frame is left";
+}
+
+TEST_F(RampProxyEncoderTest, takesMoreFramesThanAFilterHasTerms) {
+  constexpr int count = 310;
+  record(std::string::npos, count / 2);
+  Plan made{.outputFps = 10};
+  for (int i = 0; i < count; ++i) made.frames.push_back(shown(i, 1)), made.outputStarts.push_back(i);
+  EXPECT_EQ(RampProxyEncoder::encode(made, clip, setup()).sourceFrameCount, count);
+  const auto seen = brightness(clip);
+  ASSERT_EQ(seen.size(), static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) EXPECT_NEAR(seen[static_cast<std::size_t>(i)], (4 + 5 * (i % 40)) * 255 / 219, 12) << i;
 }
 
 TEST_F(RampProxyEncoderTest, whatCantBeReadIsACardOrAnError) {
