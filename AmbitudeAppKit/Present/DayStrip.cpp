@@ -1,7 +1,9 @@
 #include "AmbitudeAppKit/Present/DayStrip.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <map>
 
 #include "AmbitudeCore/Folds/Declaration.h"
 #include "AmbitudeCore/Folds/EventTypes.h"
@@ -19,12 +21,30 @@ constexpr int dayBeginsAtHour = 4;
 
 using Blocks = std::vector<DayStrip::Block>;
 
+/// An app has the same colour every day, unless another of this day was there first with it: then the next one that is free.
+class AppSlots {
+ public:
+  int of(const std::string& app) {
+    const auto [known, isNew] = slots_.try_emplace(app, ActivityTimeline::colorSlot(app, DayStrip::appSlots));
+    if (isNew && slots_.size() <= DayStrip::appSlots) {
+      while (isTaken_.at(static_cast<std::size_t>(known->second))) known->second = (known->second + 1) % DayStrip::appSlots;
+      isTaken_[static_cast<std::size_t>(known->second)] = true;
+    }
+    return known->second;
+  }
+
+ private:
+  std::map<std::string, int> slots_;
+  std::array<bool, DayStrip::appSlots> isTaken_{};
+};
+
 Blocks appBlocks(const DayStore::Rows& rows, const ActivityTimeline::Range& range) {
   Blocks blocks;
+  AppSlots slots;
   for (const auto& span : ActivityTimeline::appSpans(rows.samples, range)) {
     const bool isLocked = Text::equalsIgnoringCase(span.value, "loginwindow");
     blocks.push_back({span.fromMs, span.toMs, isLocked ? "screen locked" : span.value,
-                      isLocked ? DayStrip::locked : ActivityTimeline::colorSlot(span.value, DayStrip::appSlots)});
+                      isLocked ? DayStrip::locked : slots.of(span.value)});
   }
   return blocks;
 }

@@ -68,6 +68,9 @@ TEST_F(DayTest, aDayAsAPictureAndAPage) {
   EXPECT_EQ(day.apps.size(), 9u) << "a stretch of one app is one block";
   EXPECT_EQ(day.apps[4].label, "screen locked");
   EXPECT_EQ(day.apps[4].slot, DayStrip::locked);
+  EXPECT_EQ(day.apps[1].label + day.apps[2].label, "LibreOffice Writerfirefox");
+  EXPECT_NE(day.apps[1].slot, day.apps[2].slot) << "two apps that want one colour";
+  EXPECT_EQ(day.apps[1].slot, day.apps[3].slot);
   EXPECT_EQ(std::count_if(day.verdicts.begin(), day.verdicts.end(), [](auto& b) { return b.slot == DayStrip::notAligned; }), 2);
   const auto lines = day.explain(at(10, 55), 30'000, calendar);
   EXPECT_EQ(lines[0], "10:55");
