@@ -61,7 +61,8 @@ void takePictures(QApplication& application, const std::filesystem::path& root, 
     settle(1'200);
     for (int i = 0; i < window.pageCount(); ++i) {
       window.showPage(i);
-      settle(window.page(i)->accessibleName() == "Review" ? 12'000 : 600);  // a clip takes some seconds to make
+      const auto page = window.page(i)->accessibleName();
+      settle(page == "Review" ? 12'000 : page == "Services" ? 4'000 : 600);  // a clip takes some seconds to make, and a service manager to answer
       const auto name = QString("%1/%2-%3.png").arg(folder, window.page(i)->accessibleName().toLower().replace(' ', '-'),
                                                     mode == Theme::Mode::dark ? "dark" : "light");
       if (!window.grab().save(name)) std::fprintf(stderr, "not written: %s\n", qPrintable(name));
