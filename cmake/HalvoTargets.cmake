@@ -7,8 +7,10 @@ find_package(GTest REQUIRED)
 add_library(halvo-flags INTERFACE)
 target_compile_options(halvo-flags INTERFACE
   -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Werror -Wno-missing-field-initializers)
-# g++ 12 sees an overlap in the standard library's own operator+ for strings at -O3, where there is none.
-target_compile_options(halvo-flags INTERFACE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>)
+# g++ 12 sees at -O3 what is not there: an overlap in the standard library's own operator+ for strings, and the value of an empty optional
+# read when an argument is unwound. What is read before it is written shows in the other builds, which keep the warning.
+target_compile_options(halvo-flags INTERFACE
+  "$<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict;-Wno-maybe-uninitialized>")
 target_include_directories(halvo-flags INTERFACE ${CMAKE_SOURCE_DIR})
 target_link_libraries(halvo-flags INTERFACE Threads::Threads fmt::fmt)
 
