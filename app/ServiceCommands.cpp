@@ -70,10 +70,7 @@ void printRow(const Cells& cells) {
 int status() {
   AgentPlace place;
   const auto states = place.actions().states();
-  const auto against = DataPaths::isDataRootAvailable()
-                           ? Health::complaints(states, DataPaths::dataRoot(), place.environment(), Clock::system().nowMs())
-                           : std::map<BackgroundAgent, std::string>();
-  const auto page = ServicesPage::of(states, against);
+  const auto page = ServicesPage::of(states, Health::complaints(states, place.environment(), Clock::system().nowMs()));
   printRow(ServicesPage::headers);
   for (const auto& row : page.rows)
     printRow(std::array{row.name, row.state, row.pid, row.lastExit, row.since, TerminalText::oneLine(row.health)});

@@ -19,6 +19,7 @@ constexpr std::string_view shapes[] = {
     R"(Signals samples every \d+ ms)",
     R"(Capturer records at \d+ frames a second)",
     R"(Supervisor keeps Signals and Capturer running)",
+    R"(recording nothing: another Supervisor records to this data root; this one ends)",
     R"((?:Signals|Capturer|Supervisor) ends)",
     R"((?:Signals|Capturer) runs)",
     R"((?:Signals|Capturer) ended with -?\d+; started again in [\d.e+]+ s)",
@@ -83,8 +84,10 @@ std::string render(const Facts& facts, std::span<const Log> logs, std::size_t li
 std::vector<Log> logsIn(const std::filesystem::path& folder) {
   constexpr std::int64_t atMost = 256 * 1024;
   std::vector<Log> logs;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, std::filesystem::directory_options::skip_permission_denied, ignored)) {
+  std::error_code failed, ignored;
+  std::filesystem::recursive_directory_iterator item(folder, std::filesystem::directory_options::skip_permission_denied, failed), end;
+  for (; !failed && item != end; item.increment(failed)) {
+    const auto& entry = *item;
     if (entry.path().extension() != ".log" || !entry.is_regular_file(ignored)) continue;
     try {
       const auto file = FileHandle::openForRead(entry.path());

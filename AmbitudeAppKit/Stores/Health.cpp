@@ -118,4 +118,10 @@ std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgen
   return words;
 }
 
+std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgentState> states, const Environment& environment,
+                                                  std::int64_t nowMs) {
+  if (!DataPaths::isDataRootAvailable()) return {};
+  return complaints(states, DataPaths::dataRoot(), environment, nowMs);
+}
+
 }  // namespace halvo::Health

@@ -22,6 +22,9 @@ SidebarHealthStrip::State look(const Environment& environment, std::int64_t nowM
 std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgentState> states, const std::filesystem::path& root,
                                                   const Environment& environment, std::int64_t nowMs,
                                                   const Calendar& calendar = Calendar::local());
+/// The same of the present data root; none while there is none.
+std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgentState> states, const Environment& environment,
+                                                  std::int64_t nowMs);
 
 /// When the recorder last showed life, in milliseconds since the epoch; absent: never. While the session is locked it records nothing on
 /// purpose, and then the sampler, which says so, stands in for it.

@@ -12,10 +12,12 @@
 #include <QTableWidget>
 #include <QVBoxLayout>
 
+#include "AmbitudeAppKit/Stores/Health.h"
 #include "AmbitudeAppKit/Views/Background.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
 #include "AmbitudeAppKit/Views/WrapRow.h"
+#include "CaptureShared/Foundation/Clock.h"
 
 namespace halvo {
 
@@ -37,10 +39,21 @@ void add(Outcome& outcome, const AgentActions::Told& told) {
   outcome.isDone &= told.isDone;
 }
 
+/// What stands in the way of a registration comes before what the files say.
+ServicesPage pageOf(const AgentActions& actions) {
+  const auto states = actions.states();
+  auto lines = actions.lines();
+  for (auto& [agent, complaint] : Health::complaints(states, processEnvironment(), Clock::system().nowMs())) {
+    auto& line = lines[agent];
+    line += (line.empty() ? "" : "; ") + complaint;
+  }
+  return ServicesPage::of(states, lines);
+}
+
 }  // namespace
 
 ServicesView::Operations ServicesView::Operations::of(const std::shared_ptr<AgentActions>& actions) {
-  return {.look = [actions] { return ServicesPage::of(actions->states(), actions->lines()); },
+  return {.look = [actions] { return pageOf(*actions); },
           .install = [actions](AgentActions::Agents agents, const Tell& tell) { actions->install(agents, tell); },
           .restart = [actions](AgentActions::Agents agents, const Tell& tell) { actions->restart(agents, tell); },
           .stop = [actions](AgentActions::Agents agents, const Tell& tell) { actions->stop(agents, tell); },

@@ -74,8 +74,10 @@ TEST(DiagnosticsReport, holdsNothingThatCameFromAPerson) {
       {"layer3 gate " + usage, true},
       {"layer3 coach " + TurnUsageLog::line({}), true},
       {"Capturer ended with 75; started again in 60 s", true},
+      {"2026-11-25T14:18:41Z recording nothing: another Supervisor records to this data root; this one ends", true},
       {"standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)", true},
       {"Signals runs", true},
+      {"2026-11-25T14:18:41Z recording nothing: configured data root (/home/anna/data) isn't mounted", false},
       {"Signals runs\r", false},
       {"2026-11-25T14:18:41Z judged ON_TASK (0.86)", false},
       {"layer3: holding until 10:18: they asked for quiet", false},
@@ -90,7 +92,7 @@ TEST(DiagnosticsReport, holdsNothingThatCameFromAPerson) {
   }
   const std::vector<DiagnosticsReport::Log> logs{{"A.log", log}};
   const auto report = DiagnosticsReport::render({.version = "1", .system = "Linux", .writtenAt = "now"}, logs, 2);
-  EXPECT_EQ(report, "Halvo diagnostics, now\nversion 1\nLinux\n\nA.log: 7 line(s) of a known shape, 5 left out\n"
+  EXPECT_EQ(report, "Halvo diagnostics, now\nversion 1\nLinux\n\nA.log: 8 line(s) of a known shape, 6 left out\n"
                     "  standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)\n  Signals runs\n");
 }
 

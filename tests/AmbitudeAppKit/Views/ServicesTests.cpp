@@ -48,6 +48,7 @@ TEST_F(ServicesTest, agentsComeAndGoAndAreRead) {
   press(button("Install"));
   ASSERT_TRUE(eventually([&] { return shows(page, "Local model: installed") && table->item(1, 1)->text() == "running"; }));
   EXPECT_FALSE(shows(page, "No agent is on"));
+  EXPECT_EQ(table->item(0, 5)->text(), "has not been at work yet") << "a process that is there may record nothing";
 
   table->selectRow(1);
   EXPECT_EQ(which->currentText(), "Coach");
