@@ -9,16 +9,13 @@
 #include "AmbitudeAppKit/Live/TerminalText.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/FFmpegResolver.h"
-#include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/TerminationSignals.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Foundation/UUID.h"
 #include "CaptureShared/Recording/FFmpegRun.h"
 #include "CaptureShared/Recording/Location/FrameLocator.h"
-#include "CaptureShared/Recording/VideoArchiveKeyStore.h"
-#include "CaptureShared/Recording/VideoEncryptionFormat.h"
-#include "CaptureShared/Recording/VideoStreamDecryptor.h"
-#include "Platform/Linux/LinuxArchiveKeyBackend.h"
+#include "CaptureShared/Recording/RecordingInput.h"
+#include "app/ArchiveKeys.h"
 #include "app/CommandOutput.h"
 
 namespace halvo::FrameCommands {
@@ -45,6 +42,7 @@ std::optional<std::vector<int>> numbers(std::string_view text, char separator) {
 struct Conversion {
   fs::path recording, output;
   std::vector<std::string> before, after;
+  bool needsAll = false;  ///< of the recording: one that is damaged further on won't do either
 
   void run() const {
     const auto environment = processEnvironment();
@@ -58,25 +56,15 @@ struct Conversion {
       }
     } const gone{scrap};
 
-    FFmpegRun::Feed feed;
-    std::optional<VideoStreamDecryptor> decryptor;
-    FileHandle file;
+    RecordingInput input(recording, ArchiveKeys::ofThisAccount());
     std::vector<std::string> words{"-nostdin", "-v", "error"};
     words.insert(words.end(), before.begin(), before.end());
-    if (VideoEncryptionFormat::isEncrypted(recording)) {
-      auto secrets = LinuxArchiveKeyBackend::forAccount(environment);
-      const auto key = VideoArchiveKeyStore(secrets).keyForGeneration(VideoEncryptionFormat::peekHeaderGeneration(recording));
-      file = FileHandle::openForRead(recording);
-      decryptor.emplace(key, file.fd());
-      feed = [&] { return decryptor->readChunk(); };
-      words.insert(words.end(), {"-f", "matroska", "-i", "pipe:0"});
-    } else {
-      words.insert(words.end(), {"-i", recording.string()});
-    }
+    for (auto& word : input.words()) words.push_back(std::move(word));
     words.insert(words.end(), after.begin(), after.end());
     words.insert(words.end(), {"-y", scrap.string()});
     const TerminationSignals signals;  // nothing in the clear stays behind when it is interrupted
-    const auto outcome = FFmpegRun::run(ffmpeg, words, feed, signals.token());
+    const auto outcome = FFmpegRun::run(ffmpeg, words, input.feed(), signals.token());
+    if (needsAll && outcome.feedFailure) throw std::runtime_error(*outcome.feedFailure);
     std::error_code error;
     if (outcome.exitStatus != 0 || fs::file_size(scrap, error) == 0 || error)
       throw std::runtime_error(Text::isBlank(outcome.standardError) ? outcome.feedFailure.value_or("ffmpeg found no frame there")
@@ -146,7 +134,9 @@ int frame(const Request& request) {
 int play(const Request& request) {
   return withLocated(request, [&](const FrameLocator::Located& located, const Calendar& calendar) {
     const auto output = fs::absolute(request.output.value_or(nameOf(located.frameRealMs, calendar, "mp4")));
-    Conversion{.recording = located.file, .output = output, .before = {}, .after = {"-c", "copy", "-movflags", "+faststart", "-f", "mp4"}}.run();
+    Conversion{.recording = located.file, .output = output, .before = {},
+               .after = {"-c", "copy", "-movflags", "+faststart", "-f", "mp4"}, .needsAll = true}
+        .run();
     print(TerminalText::oneLine(output.string()));
     const auto sec = static_cast<std::int64_t>(located.seekSec());
     print(fmt::format("the moment is at {}:{:02}", sec / 60, sec % 60));

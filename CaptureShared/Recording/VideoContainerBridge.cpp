@@ -16,8 +16,7 @@
 #include "CaptureShared/Foundation/UUID.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 #include "CaptureShared/Recording/FFmpegRun.h"
-#include "CaptureShared/Recording/VideoEncryptionFormat.h"
-#include "CaptureShared/Recording/VideoStreamDecryptor.h"
+#include "CaptureShared/Recording/RecordingInput.h"
 
 namespace halvo {
 namespace {
@@ -61,12 +60,9 @@ class Draft {
   fs::path path_;
 };
 
-std::vector<std::string> arguments(const std::optional<fs::path>& plainSource, const fs::path& output) {
+std::vector<std::string> arguments(const RecordingInput& input, const fs::path& output) {
   std::vector<std::string> words{"-nostdin", "-v", "error"};
-  if (plainSource)
-    words.insert(words.end(), {"-i", fs::absolute(*plainSource).string()});  // with its slash it is neither an option nor a protocol
-  else
-    words.insert(words.end(), {"-f", "matroska", "-i", "pipe:0"});
+  for (auto& word : input.words()) words.push_back(std::move(word));
   words.insert(words.end(), {"-c", "copy", "-movflags", "+faststart", "-y", output.string()});
   return words;
 }
@@ -80,27 +76,6 @@ std::string detailOf(const FFmpegRun::Outcome& outcome) {
   const auto last = lines.end() - std::min<std::ptrdiff_t>(2, std::ssize(lines));
   return Text::join({last, lines.end()}, "; ");
 }
-
-/// The recording in the clear, chunk by chunk, opened at the first.
-class DecryptingFeed {
- public:
-  DecryptingFeed(fs::path source, const SymmetricKey& key) : source_(std::move(source)), key_(key) {}
-
-  std::optional<std::string_view> next() {
-    if (!decryptor_) {
-      input_ = FileHandle(::open(source_.c_str(), O_RDONLY | O_CLOEXEC));
-      if (!input_) throw std::runtime_error("could not open " + source_.string() + " for reading");
-      decryptor_.emplace(key_, input_.fd());
-    }
-    return decryptor_->readChunk();
-  }
-
- private:
-  fs::path source_;
-  SymmetricKey key_;
-  FileHandle input_;
-  std::optional<VideoStreamDecryptor> decryptor_;
-};
 
 }  // namespace
 
@@ -141,14 +116,17 @@ void VideoContainerBridge::remux(const fs::path& source, const fs::path& cached,
   }
   makePrivateFolder(cached.parent_path().parent_path());
   makePrivateFolder(cached.parent_path());
-  std::optional<DecryptingFeed> clear;
-  if (VideoEncryptionFormat::isEncrypted(source)) clear.emplace(source, keyOf(source));
+  std::optional<RecordingInput> input;
+  try {
+    input.emplace(source, keyForGeneration_);
+  } catch (const std::exception& error) {
+    throw BridgeError::keyUnavailable(error.what());
+  }
 
   Draft draft(cached.parent_path() / (".remux-" + newUUID() + ".mp4"));
   FFmpegRun::Outcome outcome;
   try {
-    const auto feed = clear ? FFmpegRun::Feed([&] { return clear->next(); }) : FFmpegRun::Feed();
-    outcome = FFmpegRun::run(ffmpeg, arguments(clear ? std::nullopt : std::optional(source), draft.path()), feed, stop);
+    outcome = FFmpegRun::run(ffmpeg, arguments(*input, draft.path()), input->feed(), stop);
   } catch (const std::system_error& error) {
     throw BridgeError::remuxFailed(file, "couldn't launch ffmpeg: " + error.code().message());
   }
@@ -156,14 +134,6 @@ void VideoContainerBridge::remux(const fs::path& source, const fs::path& cached,
   if (outcome.exitStatus != 0) throw BridgeError::remuxFailed(file, detailOf(outcome));
   if (const int code = draft.publish(cached); code != 0 && !isThere(cached))
     throw BridgeError::remuxFailed(file, "couldn't publish the remuxed copy: " + errnoText(code));
-}
-
-SymmetricKey VideoContainerBridge::keyOf(const fs::path& source) const {
-  try {
-    return keyForGeneration_(VideoEncryptionFormat::peekHeaderGeneration(source));
-  } catch (const std::exception& error) {
-    throw BridgeError::keyUnavailable(error.what());
-  }
 }
 
 }  // namespace halvo

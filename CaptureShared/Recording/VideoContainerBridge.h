@@ -49,7 +49,6 @@ class VideoContainerBridge {
 
  private:
   void remux(const std::filesystem::path& source, const std::filesystem::path& cached, const std::stop_token& stop) const;
-  SymmetricKey keyOf(const std::filesystem::path& source) const;
 
   Environment environment_;
   VideoDecryption::KeyForGeneration keyForGeneration_;

@@ -16,11 +16,21 @@
 namespace halvo {
 namespace {
 
-/// More windows than this are not described: a program that opens thousands must not slow the desktop's other programs through us.
+/// More windows than this are not described, and then none is: a program that opens thousands must not slow the desktop's other programs
+/// through us, nor hide a window from us.
 constexpr std::size_t mostWindows = 500;
 
 std::int64_t steadyMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// Parked beside the screen, as window managers do with windows of their own and some with what they hide.
+bool isOutside(const Rect& at, const Rect& screen) {
+  return at.x >= screen.x + screen.width || at.y >= screen.y + screen.height || at.x + at.width <= screen.x || at.y + at.height <= screen.y;
+}
+
+bool covers(const Rect& at, const Rect& screen) {
+  return at.x <= screen.x && at.y <= screen.y && at.x + at.width >= screen.x + screen.width && at.y + at.height >= screen.y + screen.height;
 }
 
 bool isBelow(const std::map<xcb_window_t, std::size_t>& heightOf, xcb_window_t window, std::size_t height) {
@@ -111,8 +121,8 @@ struct XDesktopReader::Live {
     settle();
 
     XFacts facts;
-    const auto active = wordsOf(connection, activeAsked), stacking = wordsOf(connection, stackingAsked),
-               desktop = wordsOf(connection, desktopAsked);
+    const auto active = wordsOf(connection, activeAsked), desktop = wordsOf(connection, desktopAsked);
+    const auto stacking = wordsOrNone(connection, stackingAsked);
     const XReply<xcb_query_tree_reply_t> tree{xcb_query_tree_reply(x, treeAsked, nullptr)};
     const XReply<xcb_query_pointer_reply_t> pointer{xcb_query_pointer_reply(x, pointerAsked, nullptr)};
     XReply<xcb_screensaver_query_info_reply_t> saver;
@@ -121,7 +131,8 @@ struct XDesktopReader::Live {
       facts.pointer = Point{.x = static_cast<double>(pointer->root_x), .y = static_cast<double>(pointer->root_y)};
     facts.idle = idle(saver.get());
     readWindows(facts, {.active = active.empty() ? xcb_window_t{XCB_WINDOW_NONE} : active[0],
-                        .clients = stacking,
+                        .clients = stacking.value_or(std::vector<std::uint32_t>()),
+                        .hasClientList = stacking.has_value(),
                         .desktop = desktop.empty() ? std::nullopt : std::optional(desktop[0]),
                         .rootChildren = tree ? std::vector(xcb_query_tree_children(tree.get()),
                                                            xcb_query_tree_children(tree.get()) + tree->children_len)
@@ -143,61 +154,103 @@ struct XDesktopReader::Live {
   struct Desktop {
     xcb_window_t active = 0;
     std::vector<xcb_window_t> clients = {};       ///< back to front
+    bool hasClientList = false;                   ///< even an empty one
     std::optional<std::uint32_t> desktop = {};    ///< the workspace shown
     std::vector<xcb_window_t> rootChildren = {};  ///< back to front
   };
+
+  struct ChildAsked {
+    xcb_get_window_attributes_cookie_t attributes;
+    xcb_get_geometry_cookie_t geometry;
+  };
+  /// The root's children.
+  struct TopLevels {
+    std::map<xcb_window_t, std::size_t> heightOf = {};                           ///< counted from the back
+    std::vector<xcb_window_t> unmanaged = {};                                    ///< on the screen, and none of the known; front to back
+    std::vector<std::pair<std::size_t, xcb_get_property_cookie_t>> covers = {};  ///< height and name of what is over the whole screen
+  };
+
+  TopLevels topLevels(const std::vector<xcb_window_t>& children, const std::vector<ChildAsked>& asked, const std::set<xcb_window_t>& known,
+                      const Rect& screen) {
+    auto* const x = connection.raw();
+    TopLevels tops;
+    for (std::size_t height = children.size(); height-- > 0;) {
+      const auto child = children[height];
+      tops.heightOf[child] = height;
+      const XReply<xcb_get_window_attributes_reply_t> attributes{xcb_get_window_attributes_reply(x, asked[height].attributes, nullptr)};
+      const auto at = rectOf(asked[height].geometry);
+      if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE || !at) continue;
+      if (attributes->override_redirect && covers(*at, screen))
+        tops.covers.emplace_back(height, xcb_get_property(x, 0, child, XCB_ATOM_WM_NAME, XCB_GET_PROPERTY_TYPE_ANY, 0, 16));
+      if (attributes->_class == XCB_WINDOW_CLASS_INPUT_OUTPUT && known.count(child) == 0 && !isOutside(*at, screen))
+        tops.unmanaged.push_back(child);
+    }
+    return tops;
+  }
+
+  std::optional<Rect> rectOf(xcb_get_geometry_cookie_t asked) {
+    const XReply<xcb_get_geometry_reply_t> reply{xcb_get_geometry_reply(connection.raw(), asked, nullptr)};
+    if (!reply) return std::nullopt;
+    return Rect{.x = reply->x * 1.0, .y = reply->y * 1.0, .width = reply->width * 1.0, .height = reply->height * 1.0};
+  }
 
   void readWindows(XFacts& facts, const Desktop& now) {
     auto* const x = connection.raw();
     const auto sizeAsked = xcb_get_geometry(x, connection.screen().root);
     XWindowBatch batch(connection, atoms);
-    const auto clientCount = std::min(now.clients.size(), mostWindows);
     std::set<xcb_window_t> clientIDs;
-    for (std::size_t i = 0; i < clientCount; ++i) {  // the foremost ones first, should there be too many
-      const auto id = now.clients[now.clients.size() - 1 - i];
-      if (clientIDs.insert(id).second) batch.add(id);
-    }
+    for (auto client = now.clients.rbegin(); client != now.clients.rend() && clientIDs.size() < mostWindows; ++client)
+      if (clientIDs.insert(*client).second) batch.add(*client);
     if (now.active != XCB_WINDOW_NONE && clientIDs.count(now.active) == 0) batch.add(now.active);
-    std::vector<std::pair<xcb_get_window_attributes_cookie_t, xcb_get_geometry_cookie_t>> childrenAsked;
-    for (const auto child : now.rootChildren) childrenAsked.emplace_back(xcb_get_window_attributes(x, child), xcb_get_geometry(x, child));
+    std::vector<ChildAsked> asked;
+    for (const auto child : now.rootChildren)
+      asked.push_back({.attributes = xcb_get_window_attributes(x, child), .geometry = xcb_get_geometry(x, child)});
     settle();
 
-    const XReply<xcb_get_geometry_reply_t> rootSize{xcb_get_geometry_reply(x, sizeAsked, nullptr)};
-    // Parked beside the screen, as window managers do with windows of their own and some with what they hide.
-    const auto isOutside = [&](double left, double top, double width, double height) {
-      return rootSize && (left >= rootSize->width || top >= rootSize->height || left + width <= 0 || top + height <= 0);
-    };
+    constexpr double anySize = 1e9;
+    const auto screen = rectOf(sizeAsked).value_or(Rect{.x = -anySize, .y = -anySize, .width = 2 * anySize, .height = 2 * anySize});
     auto managed = batch.collect();
-    std::map<xcb_window_t, std::size_t> heightOf;  // of each top-level window, counted from the back
-    std::set<xcb_window_t> frames;
-    for (const auto& window : managed) frames.insert(window.parent);
-    for (std::size_t height = 0; height < now.rootChildren.size(); ++height) {
-      const auto child = now.rootChildren[height];
-      heightOf[child] = height;
-      const auto& [attributesAsked, geometryAsked] = childrenAsked[height];
-      const XReply<xcb_get_window_attributes_reply_t> attributes{xcb_get_window_attributes_reply(x, attributesAsked, nullptr)};
-      const XReply<xcb_get_geometry_reply_t> geometry{xcb_get_geometry_reply(x, geometryAsked, nullptr)};
-      if (!attributes || attributes->map_state != XCB_MAP_STATE_VIEWABLE || attributes->_class != XCB_WINDOW_CLASS_INPUT_OUTPUT) continue;
-      if (!geometry || isOutside(geometry->x, geometry->y, geometry->width, geometry->height)) continue;
-      if (clientIDs.count(child) != 0 || frames.count(child) != 0 || child == now.active || batch.size() == mostWindows) continue;
-      batch.add(child);
-    }
-    std::vector<XWindow> unmanaged;
-    if (batch.size() != 0) {
-      settle();
-      unmanaged = batch.collect();
-      // A window that says neither whose it is nor what it shows is a part of the window manager's own workings, not a thing to look at.
-      std::erase_if(unmanaged, [](const XWindow& window) { return window.info.ownerName.empty() && window.info.title.empty(); });
-    }
+    auto known = clientIDs;
+    known.insert(now.active);
+    for (const auto& window : managed) known.insert(window.parent);
+    auto tops = topLevels(now.rootChildren, asked, known, screen);
+    const bool areTooMany = now.clients.size() > mostWindows || tops.unmanaged.size() > mostWindows;
+    if (areTooMany) tops.unmanaged.clear();
+    for (const auto child : tops.unmanaged) batch.add(child);
+    settle();
+    auto unmanaged = batch.collect();
+    const auto curtain = curtainOf(tops);
+
     for (const auto& window : managed)
       if (window.id == now.active)
         facts.frontmostApp = FrontmostApp{.name = window.info.ownerName, .bundleID = window.info.bundleID, .pid = window.info.ownerPID};
     std::erase_if(managed, [&](const XWindow& window) {
-      const auto& bounds = window.info.bounds;
-      return clientIDs.count(window.id) == 0 || window.isHidden || isOutside(bounds.x, bounds.y, bounds.width, bounds.height) ||
-             (window.desktop && now.desktop && *window.desktop != *now.desktop);
+      return clientIDs.count(window.id) == 0 || window.isHidden || isOutside(window.info.bounds, screen) ||
+             isBehind(curtain, window, now, tops);
     });
-    facts.windows = merged(managed, unmanaged, heightOf);
+    // A window that says neither whose it is nor what it shows is a part of the window manager's own workings, not a thing to look at. Where no
+    // list says which windows are managed, it may as well be the frame around one, and what that is can't be told.
+    const auto isNameless = [](const XWindow& window) { return window.info.ownerName.empty() && window.info.title.empty(); };
+    const bool areFramesUntold =
+        !now.hasClientList && std::ranges::any_of(unmanaged, [&](const XWindow& window) { return isNameless(window) && window.hasChildren; });
+    std::erase_if(unmanaged, isNameless);
+    if (!areTooMany && !areFramesUntold) facts.windows = merged(managed, unmanaged, tops.heightOf);
+  }
+
+  /// How high a window stands that some window managers put in front of everything that is mapped and not to be seen; absent without one.
+  std::optional<std::size_t> curtainOf(const TopLevels& tops) {
+    std::optional<std::size_t> curtain;
+    for (const auto& [height, nameAsked] : tops.covers)
+      if (textOf(connection, nameAsked, atoms.utf8String).ends_with(" guard window") && !curtain) curtain = height;
+    return curtain;
+  }
+
+  /// Whether a window of another workspace is kept behind the curtain. Without one it is on the screen: of another monitor, say, that shows
+  /// a workspace of its own.
+  static bool isBehind(const std::optional<std::size_t>& curtain, const XWindow& window, const Desktop& now, const TopLevels& tops) {
+    if (!curtain || !window.desktop || !now.desktop || *window.desktop == *now.desktop) return false;
+    const auto isTop = tops.heightOf.count(window.id) != 0;
+    return isBelow(tops.heightOf, isTop ? window.id : window.parent, *curtain);
   }
 
   /// Front to back. The window manager's order holds among its windows; each other window goes in front of the first of them that stands

@@ -16,14 +16,6 @@ namespace {
 /// Longest text read of a window, in 32-bit words: 4 KiB. A title is a line; a program that sets a megabyte gets its start recorded.
 constexpr std::uint32_t textWords = 1024;
 
-std::string textOf(XConnection& connection, xcb_get_property_cookie_t cookie, xcb_atom_t utf8String) {
-  const XReply<xcb_get_property_reply_t> reply{xcb_get_property_reply(connection.raw(), cookie, nullptr)};
-  if (!reply || reply->format != 8) return {};
-  const std::string_view bytes(static_cast<const char*>(xcb_get_property_value(reply.get())),
-                               static_cast<std::size_t>(xcb_get_property_value_length(reply.get())));
-  return XText::decoded(bytes, reply->type == utf8String);
-}
-
 std::string classOf(XConnection& connection, xcb_get_property_cookie_t cookie) {
   const XReply<xcb_get_property_reply_t> reply{xcb_get_property_reply(connection.raw(), cookie, nullptr)};
   if (!reply || reply->format != 8) return {};
@@ -72,11 +64,23 @@ XAtoms XAtoms::of(XConnection& connection, double timeoutSec) {
   return atoms;
 }
 
-std::vector<std::uint32_t> wordsOf(XConnection& connection, xcb_get_property_cookie_t cookie) {
+std::string textOf(XConnection& connection, xcb_get_property_cookie_t cookie, xcb_atom_t utf8String) {
   const XReply<xcb_get_property_reply_t> reply{xcb_get_property_reply(connection.raw(), cookie, nullptr)};
-  if (!reply || reply->format != 32) return {};
+  if (!reply || reply->format != 8) return {};
+  const std::string_view bytes(static_cast<const char*>(xcb_get_property_value(reply.get())),
+                               static_cast<std::size_t>(xcb_get_property_value_length(reply.get())));
+  return XText::decoded(bytes, reply->type == utf8String);
+}
+
+std::optional<std::vector<std::uint32_t>> wordsOrNone(XConnection& connection, xcb_get_property_cookie_t cookie) {
+  const XReply<xcb_get_property_reply_t> reply{xcb_get_property_reply(connection.raw(), cookie, nullptr)};
+  if (!reply || reply->format != 32) return std::nullopt;
   const auto* words = static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
-  return {words, words + xcb_get_property_value_length(reply.get()) / 4};
+  return std::vector(words, words + xcb_get_property_value_length(reply.get()) / 4);
+}
+
+std::vector<std::uint32_t> wordsOf(XConnection& connection, xcb_get_property_cookie_t cookie) {
+  return wordsOrNone(connection, cookie).value_or(std::vector<std::uint32_t>());
 }
 
 void XWindowBatch::add(xcb_window_t window) {
@@ -130,6 +134,7 @@ std::optional<XWindow> XWindowBatch::collect(const Requests& asked) {
   constexpr std::uint32_t onAllDesktops = 0xFFFFFFFF;
   if (!desktop.empty() && desktop[0] != onAllDesktops) window.desktop = desktop[0];
   window.isHidden = contains(state, atoms_.netWMStateHidden);
+  window.hasChildren = tree->children_len > 0;
 
   auto& info = window.info;
   constexpr std::uint32_t largestPid = 1u << 22;  // the kernel's own limit

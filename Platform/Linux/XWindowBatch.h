@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "Platform/Desktop/DesktopFacts.h"
@@ -24,6 +25,7 @@ struct XWindow {
   bool overrideRedirect = false;
   std::optional<std::uint32_t> desktop = {};  ///< the workspace; absent: not said, or on all
   bool isHidden = false;                      ///< minimised
+  bool hasChildren = false;
   WindowInfo info = {};
 };
 
@@ -56,7 +58,11 @@ class XWindowBatch {
   std::vector<Requests> asked_;
 };
 
-/// The words of a 32-bit property; empty when the window has none.
+/// The text of a property; empty when the window has none.
+std::string textOf(XConnection& connection, xcb_get_property_cookie_t cookie, xcb_atom_t utf8String);
+/// The words of a 32-bit property; absent when the window has none.
+std::optional<std::vector<std::uint32_t>> wordsOrNone(XConnection& connection, xcb_get_property_cookie_t cookie);
+/// The same; empty when the window has none.
 std::vector<std::uint32_t> wordsOf(XConnection& connection, xcb_get_property_cookie_t cookie);
 
 }  // namespace halvo

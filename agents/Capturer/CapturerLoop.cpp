@@ -31,13 +31,13 @@ CapturerLoop::CapturerLoop(Ports ports) : ports_(std::move(ports)) {}
 std::optional<std::vector<Rect>> CapturerLoop::maskNow() {
   const auto sample = ports_.probes.sample();
   trust_.setTrustworthy(sample.windows.has_value());
-  if (sample.windows && hadFault_ && ports_.filterFault) ports_.filterFault(false);
-  hadFault_ = !sample.windows;
+  if (trust_.trustworthy() && hadFault_ && ports_.filterFault) ports_.filterFault(false);
+  hadFault_ = !trust_.trustworthy();
   if (sample.session.screenLocked == true) {
     pause("the session is locked");
     return std::nullopt;
   }
-  if (!sample.windows) {
+  if (!trust_.trustworthy()) {
     pause("the desktop doesn't tell its windows, so what must not be recorded can't be known");
     if (ports_.filterFault) ports_.filterFault(true);
     return std::nullopt;
@@ -51,8 +51,7 @@ void CapturerLoop::pause(const std::string& why) {
   endSessions();
 }
 
-void CapturerLoop::followDisplays() {
-  const auto displays = ports_.screen.displays();
+void CapturerLoop::follow(const std::vector<ScreenDisplay>& displays) {
   if (displays.empty()) throw CaptureEnd(CapturerExit::noDisplaysAvailable, "no display is there");
   for (auto it = recorders_.begin(); it != recorders_.end();) {
     const bool isSame = std::ranges::find(displays, it->second->display()) != displays.end();
@@ -75,30 +74,43 @@ void CapturerLoop::pump() {
   for (const auto& [number, recorder] : recorders_) recorder->pump();
 }
 
-void CapturerLoop::turn(const std::stop_token& stop) {
-  pump();
-  auto mask = maskNow();
-  if (!mask) return;
-  followDisplays();
-  const auto nowMs = ports_.clock.nowMs();  // the time of these frames
-  std::vector<DisplayRecorder*> captured;
+std::vector<CapturerLoop::Captured> CapturerLoop::captureAll(const std::stop_token& stop) {
+  std::vector<Captured> captured;
+  bool isAnyLate = false;
   for (const auto& [number, recorder] : recorders_) {
     if (recorder->room().empty()) continue;
     try {
+      const auto askedMs = ports_.clock.nowMs();
       ports_.screen.capturePixels(recorder->recorded(), recorder->room(), captureTimeoutSec, stop);
-      captured.push_back(recorder.get());
+      const auto tookMs = ports_.clock.nowMs() - askedMs;
+      // Asleep in between, or the clock was set: when the picture was taken can't be told.
+      if (tookMs < 0 || tookMs > FramePlacement::periodMs) isAnyLate = true;
+      else captured.push_back({recorder.get(), askedMs + tookMs / 2});
     } catch (const ScreenCaptureError& error) {
       // It changed between the two questions: the next turn sees its new size.
       if (error.kind() != ScreenCaptureError::Kind::outsideDesktop) throw;
     }
   }
+  if (captured.empty() && isAnyLate)
+    throw ScreenCaptureError(ScreenCaptureError::Kind::timedOut, "the display answered too late for the picture's time to be known");
+  return captured;
+}
+
+void CapturerLoop::turn(const std::stop_token& stop) {
+  pump();
+  // A server that is gone tells neither its displays nor its windows, and that is no fault of the filter's: so it is asked first.
+  const auto displays = ports_.screen.displays();
+  auto mask = maskNow();
+  if (!mask) return;
+  follow(displays);
+  const auto captured = captureAll(stop);
   // A window that came up in between is in this list, one that went in the first.
   const auto after = maskNow();
   if (!after) return;
   mask->insert(mask->end(), after->begin(), after->end());
-  for (auto* recorder : captured) {
+  for (const auto& [recorder, atMs] : captured) {
     WindowMask::paint({.pixels = recorder->room(), .bounds = recorder->recorded()}, *mask);
-    recorder->record(nowMs, after->size());
+    recorder->record(atMs, after->size());
   }
   if (!std::exchange(paused_, {}).empty() && ports_.log) ports_.log("recording again");
 }

@@ -61,7 +61,12 @@ class CapturerLoop {
   std::optional<std::vector<Rect>> maskNow();
   void pump();
   void pause(const std::string& why);
-  void followDisplays();
+  void follow(const std::vector<ScreenDisplay>& displays);
+  struct Captured {
+    DisplayRecorder* recorder;
+    std::int64_t atMs;  ///< when the picture in its room was taken, within half a frame
+  };
+  std::vector<Captured> captureAll(const std::stop_token& stop);
 
   Ports ports_;
   CaptureFilterTrustFlag trust_;

@@ -58,7 +58,7 @@ void DisplayRecorder::record(std::int64_t nowMs, std::size_t maskedWindows) {
         [&](const FramePlacement::NewSession&) { return end(Steady::now() + hourEnds), false; });
     if (isDropped) return;
   }
-  if (!session_) session_ = Session{.startMs = index_.freeSessionStart(nowMs)};
+  if (!session_) indexing([&] { session_ = Session{.startMs = index_.freeSessionStart(nowMs)}; });
   const auto first = session_->lastIndex + 1;
   if (auto prefix = WallHour::prefix(nowMs, setup_.calendar); !hour_ || prefix != hourPrefix_) {
     endSegment(Steady::now() + hourEnds);

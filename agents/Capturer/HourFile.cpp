@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -49,16 +50,38 @@ FileHandle made(const HourFile::Setup& setup, std::filesystem::path& path) {
   });
 }
 
+/// A failure takes the file that was just made away again: no frame is in it.
+template <class F>
+auto orRemoved(const std::filesystem::path& file, F&& body) -> decltype(body()) {
+  try {
+    return asCaptureEnd(body);
+  } catch (...) {
+    ::unlink(file.c_str());
+    throw;
+  }
+}
+
+CaptureEnd ofStart(const std::system_error& error) {
+  const bool isGone = error.code() == std::errc::no_such_file_or_directory || error.code() == std::errc::permission_denied;
+  return isGone ? CaptureEnd(CapturerExit::ffmpegMissing, error.what()) : CaptureEnd::ofWrite(error);
+}
+
 }  // namespace
 
 HourFile::HourFile(const Setup& setup)
     : size_(FrameEncoder::encodedSize({setup.width, setup.height}, setup.widthTarget)),
       file_(made(setup, path_)),
-      encryptor_(asCaptureEnd([&] {
+      encryptor_(orRemoved(path_, [&] {
         return VideoStreamEncryptor({.key = setup.key, .generation = setup.generation, .output = file_.fd()});
       })),
-      encoder_({.ffmpeg = setup.ffmpeg, .width = setup.width, .height = setup.height, .widthTarget = setup.widthTarget,
-                .sink = [this](std::string_view bytes) { take(bytes); }}) {}
+      encoder_(orRemoved(path_, [&] {
+        try {
+          return FrameEncoder({.ffmpeg = setup.ffmpeg, .width = setup.width, .height = setup.height, .widthTarget = setup.widthTarget,
+                               .sink = [this](std::string_view bytes) { take(bytes); }});
+        } catch (const std::system_error& error) {
+          throw ofStart(error);
+        }
+      })) {}
 
 void HourFile::take(std::string_view bytes) {
   pieces_.feed(bytes);

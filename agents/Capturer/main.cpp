@@ -29,7 +29,12 @@ void tellFilterFault(bool isUnreliable, const std::filesystem::path& file, std::
                                        .nowMs = nowMs,
                                        .file = file,
                                        .log = log});
-  if (!isUnreliable && isOurs) CaptureFaultStore::clear(file);
+  if (isUnreliable || !isOurs) return;
+  try {
+    CaptureFaultStore::clear(file);
+  } catch (const std::system_error& error) {
+    log(std::string("the capture fault could not be cleared: ") + error.what());
+  }
 }
 
 std::int32_t record(const std::stop_token& stop, const Clock& clock, const LogSink& log) {

@@ -23,10 +23,12 @@ void CaptureFaultKeeper::noteExit(const SupervisedChild::Exit& exit, std::int64_
                                      .log = log_});
 }
 
-void CaptureFaultKeeper::noteHealthy() {
+void CaptureFaultKeeper::noteHealthy(std::int64_t nowMs) {
   failuresInARow_ = 0;
   const auto written = CaptureFaultStore::read(file_);
-  if (written && (written->kind == CaptureFault::Kind::recordingKeyRotated || written->updatedAtMs >= startedMs_)) return;
+  // One from the future was written by a clock that was wrong.
+  const bool isOfThisRun = written && startedMs_ <= written->updatedAtMs && written->updatedAtMs <= nowMs;
+  if (written && (written->kind == CaptureFault::Kind::recordingKeyRotated || isOfThisRun)) return;
   try {
     CaptureFaultStore::clear(file_);
   } catch (const std::system_error& error) {

@@ -17,7 +17,7 @@ class CaptureFaultKeeper {
   /// Writes what the run ended with. A crash says less than what the recorder itself wrote during that run, so that stays.
   void noteExit(const SupervisedChild::Exit& exit, std::int64_t nowMs);
   /// Clears a fault from before this run. That older recordings are unreadable is no matter of this run, and stays until it is stale.
-  void noteHealthy();
+  void noteHealthy(std::int64_t nowMs);
 
  private:
   std::filesystem::path file_;

@@ -68,7 +68,7 @@ void SupervisorLoop::turn() {
   signals_.noteExit(steadyMs);
   if (const auto exit = capturer_.noteExit(steadyMs)) fault_.noteExit(*exit, nowMs);
   signals_.becomesHealthy(steadyMs);
-  if (capturer_.becomesHealthy(steadyMs)) fault_.noteHealthy();
+  if (capturer_.becomesHealthy(steadyMs)) fault_.noteHealthy(nowMs);
   startWhatIsDue(steadyMs, nowMs);
   sweepIfDue(steadyMs);
 }

@@ -22,7 +22,7 @@ TestWindow::TestWindow(const std::string& display, const Options& options) : con
   screen_ = xcb_setup_roots_iterator(xcb_get_setup(x)).data;
   window_ = xcb_generate_id(x);
   const std::uint32_t values[] = {options.color, options.isOverrideRedirect ? 1u : 0u};
-  xcb_create_window(x, XCB_COPY_FROM_PARENT, window_, screen_->root, static_cast<std::int16_t>(options.x),
+  xcb_create_window(x, XCB_COPY_FROM_PARENT, window_, options.parent ? options.parent : screen_->root, static_cast<std::int16_t>(options.x),
                     static_cast<std::int16_t>(options.y), static_cast<std::uint16_t>(options.width),
                     static_cast<std::uint16_t>(options.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, screen_->root_visual,
                     XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
@@ -61,6 +61,12 @@ void TestWindow::setText(const std::string& property, const std::string& type, c
 }
 
 void TestWindow::setTitle(const std::string& title) { setText("_NET_WM_NAME", "UTF8_STRING", title); }
+
+void TestWindow::setWorkspace(std::uint32_t number) {
+  auto* const x = connection_.get();
+  xcb_change_property(x, XCB_PROP_MODE_REPLACE, window_, atom("_NET_WM_DESKTOP"), XCB_ATOM_CARDINAL, 32, 1, &number);
+  xcb_flush(x);
+}
 
 bool TestWindow::isViewable() {
   auto* const x = connection_.get();

@@ -23,6 +23,7 @@ class TestWindow {
     std::uint32_t color = 0xFFFFFF;  ///< red, green and blue
     std::string text = {};           ///< written in black in the X server's own letters, doubled in size by `textScale`
     int textScale = 1;
+    xcb_window_t parent = 0;  ///< 0: the root
   };
   /// Throws `std::runtime_error` when the window doesn't come up.
   TestWindow(const std::string& display, const Options& options);
@@ -30,6 +31,8 @@ class TestWindow {
 
   xcb_window_t id() const { return window_; }
   void setTitle(const std::string& title);
+  /// Says that it belongs to that workspace, and stays where it is.
+  void setWorkspace(std::uint32_t number);
   /// Asks the window manager to bring it to the front, and waits until it has the focus.
   void activate();
   void minimize();

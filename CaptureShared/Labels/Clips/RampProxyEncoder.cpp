@@ -13,8 +13,7 @@
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Foundation/UUID.h"
 #include "CaptureShared/Recording/FFmpegRun.h"
-#include "CaptureShared/Recording/VideoEncryptionFormat.h"
-#include "CaptureShared/Recording/VideoStreamDecryptor.h"
+#include "CaptureShared/Recording/RecordingInput.h"
 
 namespace halvo::RampProxyEncoder {
 
@@ -103,24 +102,14 @@ class Encode {
   /// One picture for each frame, in their order, up to where the recording can be read.
   void decode(const fs::path& file, const std::set<std::int64_t>& frames) {
     const auto prefix = fmt::format("source-{}-", ++sources_);
-    const auto isSealed = VideoEncryptionFormat::isEncrypted(file);
-    Arguments words;
-    if (isSealed) words = {"-f", "matroska", "-i", "pipe:0"};
-    else words = {"-i", fs::absolute(file).string()};
+    RecordingInput input(file, setup_.keyForGeneration);
+    auto words = input.words();
     const auto size = fmt::format("{}:{}", setup_.pixelWidth, setup_.pixelHeight);
     const auto filter = fmt::format("select='{}',scale={}:force_original_aspect_ratio=decrease,pad={}:-1:-1,setsar=1",
                                     anyOf(std::vector(frames.begin(), frames.end())), size, size);
     words.insert(words.end(), {"-an", "-vf", filter, "-fps_mode", "passthrough", "-frames:v", std::to_string(frames.size()), "-q:v", "3",
                                "-f", "image2", (scratch_.path / (prefix + "%06d.jpg")).string()});
-    if (isSealed) {
-      const auto key = setup_.keyForGeneration(VideoEncryptionFormat::peekHeaderGeneration(file));
-      const FileHandle input(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-      if (!input) return;
-      VideoStreamDecryptor decryptor(key, input.fd());
-      ffmpeg(words, [&] { return decryptor.readChunk(); });
-    } else {
-      ffmpeg(words);
-    }
+    ffmpeg(words, input.feed());
     int number = 0;
     for (const auto frame : frames) {
       const auto image = fmt::format("{}{:06}.jpg", prefix, ++number);

@@ -84,6 +84,30 @@ TEST_F(XDesktopReaderTest, menusPanelsAndFullScreen) {
   EXPECT_EQ(windows[2].layer, WindowInfo::layerDock);
 }
 
+TEST_F(XDesktopReaderTest, anotherWorkspacesWindowIsOnTheScreenUnlessItIsBehindACurtain) {
+  using Names = std::vector<std::string>;
+  TestWindow vault(server.display(), {.title = "vault", .className = "KeePassXC"});
+  TestWindow editor(server.display(), {.title = "essay", .className = "gedit", .x = 600});
+  ASSERT_TRUE(eventually([&] { return names(reader.read()) == Names{"gedit", "KeePassXC"}; }));
+  vault.setWorkspace(1);  // mapped as it is: of a second monitor
+  EXPECT_EQ(names(reader.read()), (Names{"gedit", "KeePassXC"}));
+  TestWindow curtain(server.display(),
+                     {.oldTitle = "mutter guard window", .x = 0, .y = 0, .width = 1280, .height = 800, .isOverrideRedirect = true});
+  editor.activate();
+  EXPECT_TRUE(eventually([&] { return names(reader.read()) == Names{"", "gedit"}; })) << "kept mapped, and not to be seen";
+}
+
+TEST(XDesktopReader, framesThatNobodyTellsOfMakeTheWindowsUnknown) {
+  const XServer bare({.hasWindowManager = false});
+  XDesktopReader reader({.display = bare.display()});
+  const TestWindow named(bare.display(), {.className = "KeePassXC"});
+  ASSERT_EQ(names(reader.read()), std::vector<std::string>{"KeePassXC"}) << "without any window manager windows tell of themselves";
+  const TestWindow frame(bare.display(), {});
+  EXPECT_EQ(names(reader.read()).size(), 1u);
+  const TestWindow within(bare.display(), {.className = "1Password", .parent = frame.id()});
+  EXPECT_EQ(reader.read().windows, std::nullopt);
+}
+
 TEST_F(XDesktopReaderTest, aWindowWithoutAClassIsItsProcesss) {
   TestWindow window(server.display(), {.title = "vault", .pid = static_cast<std::uint32_t>(::getpid())});
   ASSERT_TRUE(eventually([&] { return names(reader.read()).size() == 1; }));

@@ -1,7 +1,9 @@
 // The program itself on a real display that shows a clock, killed at random.
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 
 #include <fcntl.h>
@@ -17,6 +19,7 @@
 #include "Platform/Linux/LinuxArchiveKeyBackend.h"
 #include "Platform/Linux/TesseractRecognizer.h"
 #include "tests/agents/Capturer/Footage.h"
+#include "tests/agents/Capturer/Processes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TestWindow.h"
@@ -26,8 +29,10 @@ namespace halvo {
 namespace {
 
 namespace fs = std::filesystem;
+using test::childrenOf;
 using test::eventually;
 using test::Footage;
+using test::isRunning;
 
 const fs::path program = fs::path(HALVO_BIN) / "Capturer";
 
@@ -91,8 +96,10 @@ TEST_F(CapturerProgramTest, killedAtRandomEveryRowStillFindsItsFrame) {
       tick();
       eventually([&] { return Clock::system().nowMs() >= atMs; }, 0.7);
     }
+    const auto encoders = childrenOf(capturer.pid(), "ffmpeg");
     capturer.signal(SIGKILL);
     capturer.wait(5);
+    EXPECT_TRUE(eventually([&] { return std::ranges::none_of(encoders, isRunning); }, 2)) << "no orphan";
   }
   const Footage footage(root, key);
   const auto rows = footage.rows();
@@ -124,10 +131,12 @@ TEST_F(CapturerProgramTest, endsInASecondWithItsFileClosedAndNoEncoderLeft) {
   const auto key = makeKey();
   auto capturer = start(environment(x.display()));
   ASSERT_TRUE(eventually([&] { return fs::exists(root / "video/display-0/frame_timestamps.csv") && Footage(root, key).rows().size() >= 2; }, 20));
+  const auto encoder = childrenOf(capturer.pid(), "ffmpeg").at(0);
   const auto before = Clock::system().nowMs();
   capturer.signal(SIGTERM);
   EXPECT_EQ(capturer.wait(5), 0);
   EXPECT_LT(Clock::system().nowMs() - before, 1'000);
+  EXPECT_FALSE(isRunning(encoder));
   const Footage footage(root, key);
   EXPECT_EQ(footage.frames(), footage.rows().back().frameIndexInSession.value() + 1) << "the last frame has its row";
 }
@@ -155,6 +164,15 @@ TEST_F(CapturerProgramTest, aMomentIsFoundAsAPictureAndAsAFileThatPlays) {
   EXPECT_TRUE(text && text->text.find("1023") != std::string::npos) << (text ? text->text : "nothing");
   ASSERT_EQ(halvo({"play", moment, "-o", film}), 0);
   EXPECT_EQ(test::ChildProcess("/usr/bin/ffprobe", {"-v", "error", film.string()}, world).wait(20), 0);
+  const auto sealed = Footage(root, key).files().at(0);
+  const auto middle = static_cast<std::streamoff>(fs::file_size(sealed) / 2);
+  std::fstream file(sealed, std::ios::in | std::ios::out | std::ios::binary);
+  const char turned = static_cast<char>(file.seekg(middle).get() ^ 1);
+  file.seekp(middle).put(turned);
+  file.close();
+  const auto cut = folder.path() / "cut.mp4";
+  EXPECT_EQ(halvo({"play", moment, "-o", cut}), 1) << "a damaged recording is not half a film";
+  EXPECT_FALSE(fs::exists(cut));
   EXPECT_EQ(halvo({"frame", "2001-01-01 00:00", "-o", folder.path() / "none.png"}), 1);
   EXPECT_FALSE(fs::exists(folder.path() / "none.png"));
   EXPECT_TRUE(fs::is_empty(folder.path() / "tmp")) << "both clean up behind themselves";

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
 #include "CaptureShared/Recording/Location/FrameLocator.h"
 #include "CaptureShared/Recording/Supervision/CapturerExit.h"
 #include "CaptureShared/Recording/VideoStreamDecryptor.h"
@@ -107,7 +105,8 @@ TEST_F(CapturerLoopTest, everyInterruptionIsAGapAndANewSession) {
   EXPECT_EQ(faults, (std::vector{true, false}));
   screen.monitors[0].bounds = {.width = 160, .height = 120};
   turns(loop, 2);
-  nowMs += 30'000;  // asleep
+  screen.duringCapture = [&] { nowMs += 30'000, screen.duringCapture = nullptr; };  // asleep while the picture is taken
+  EXPECT_THROW(loop.turn({}), ScreenCaptureError) << "nobody knows of when it is";
   turns(loop, 2);
   loop.endSessions();
   EXPECT_EQ(sessions(), 5u);
@@ -136,6 +135,12 @@ TEST_F(CapturerLoopTest, endsWithTheCodeOfWhatStoppedIt) {
     std::function<void(CapturerLoop::Ports&)> make;
     std::int32_t code;
   } cases[] = {{"no display", [&](auto&) { screen.monitors.clear(); }, CapturerExit::noDisplaysAvailable},
+               {"a server that is gone",
+                [&](auto&) {
+                  screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::noDisplay, "gone");
+                  probes.now.windows.reset();
+                },
+                CapturerExit::noDisplaysAvailable},
                {"refused",
                 [&](auto&) { screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::refused, "no"); },
                 CapturerExit::screenRecordingDenied},
@@ -146,6 +151,7 @@ TEST_F(CapturerLoopTest, endsWithTheCodeOfWhatStoppedIt) {
                                  .wait = [this](double sec, const std::stop_token&) { nowMs += static_cast<std::int64_t>(sec * 1000); }};
                 },
                 CapturerExit::videoSinkFailed},
+               {"no ffmpeg any more", [](auto& world) { world.ffmpeg = "/usr/bin/gone"; }, CapturerExit::ffmpegMissing},
                {"an ffmpeg that ends", [](auto& world) { world.ffmpeg = "/bin/false"; }, CapturerExit::videoSinkFailed}};
   for (const auto& c : cases) {
     auto world = ports(folder.path());
@@ -153,16 +159,15 @@ TEST_F(CapturerLoopTest, endsWithTheCodeOfWhatStoppedIt) {
     world.clock = Clock::system();
     c.make(world);
     EXPECT_EQ(CapturerLoop(world).run({}), c.code) << c.name;
-    screen.monitors = monitors, screen.failure.reset();
+    screen.monitors = monitors, screen.failure.reset(), probes.now.windows.emplace();
   }
+  EXPECT_TRUE(faults.empty()) << "none of it is the filter's";
+  EXPECT_EQ(Footage(folder.path()).files().size(), 1u) << "of the ffmpeg that began";
 }
 
 TEST_F(CapturerLoopTest, aFullDiskEndsItAndLosesNothingThatWasWritten) {
   const test::SmallDisk disk(262'144);
-  if (!disk.isThere()) {
-    std::puts("no disk can be mounted here: a full one is not shown");
-    return;
-  }
+  ASSERT_TRUE(disk.isThere());
   auto world = ports(disk.path());
   screen.duringCapture = [&] { disk.fill(60'000), screen.duringCapture = nullptr; };
   CapturerLoop loop(world);
@@ -176,6 +181,10 @@ TEST_F(CapturerLoopTest, aFullDiskEndsItAndLosesNothingThatWasWritten) {
     }
   EXPECT_EQ(code, CapturerExit::dataRootFull);
   EXPECT_ANY_THROW(loop.endSessions());
+  const auto files = [&] { return std::distance(fs::directory_iterator(disk.path() / "video/display-0"), fs::directory_iterator()); };
+  const auto before = files();
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(CapturerLoop(world).run({}), CapturerExit::dataRootFull);
+  EXPECT_EQ(files(), before) << "a restart on a full disk leaves no empty hour file";
   const Footage footage(disk.path());
   EXPECT_GT(footage.rows().size(), 0u);
   EXPECT_GE(footage.frames(), static_cast<int>(footage.rows().size()));

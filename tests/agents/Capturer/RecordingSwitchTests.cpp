@@ -1,7 +1,6 @@
 // The real programs while a person pauses, resumes and chooses a quality.
 
 #include <csignal>
-#include <fstream>
 
 #include <gtest/gtest.h>
 
@@ -9,6 +8,7 @@
 #include "CaptureShared/Recording/VideoArchiveKeyStore.h"
 #include "Platform/Linux/LinuxArchiveKeyBackend.h"
 #include "tests/agents/Capturer/Footage.h"
+#include "tests/agents/Capturer/Processes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/XServer.h"
@@ -17,22 +17,10 @@ namespace halvo {
 namespace {
 
 namespace fs = std::filesystem;
+using test::childrenOf;
 using test::eventually;
 using test::Footage;
-
-std::vector<pid_t> childrenOf(pid_t pid, const std::string& program) {
-  std::vector<pid_t> found;
-  std::error_code gone;
-  for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
-    std::ifstream list(task.path() / "children");
-    for (pid_t child = 0; list >> child;) {
-      std::string name;
-      std::getline(std::ifstream("/proc/" + std::to_string(child) + "/comm"), name);
-      if (name == program) found.push_back(child);
-    }
-  }
-  return found;
-}
+using test::isRunning;
 
 TEST(RecordingSwitch, isObeyedToTheLastByte) {
   const test::TemporaryFolder folder;
@@ -66,7 +54,7 @@ TEST(RecordingSwitch, isObeyedToTheLastByte) {
   const auto full = record(1);
   const auto capturer = childrenOf(supervisor.pid(), "Capturer").at(0), ffmpeg = childrenOf(capturer, "ffmpeg").at(0);
   says({"pause"});
-  ASSERT_TRUE(eventually([&] { return !fs::exists("/proc/" + std::to_string(capturer)) && !fs::exists("/proc/" + std::to_string(ffmpeg)); }, 3));
+  ASSERT_TRUE(eventually([&] { return !isRunning(capturer) && !isRunning(ffmpeg); }, 3));
   const auto rest = bytes();
   const auto sampled = fs::last_write_time(root / "signals.sqlite-wal");
   EXPECT_EQ(test::ChildProcess(bin / "Capturer", {}, world).wait(10), 0) << "by hand it records nothing either";

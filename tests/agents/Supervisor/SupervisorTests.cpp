@@ -140,6 +140,13 @@ TEST_F(SupervisorTest, aLoopOfCrashesIsTellableAndAHealthyRunClearsIt) {
     next->turn();
     EXPECT_EQ(fault()->kind, kind);
   }
+  // One of a clock that was ahead doesn't.
+  auto last = makeLoop();
+  CaptureFaultStore::write({.kind = Kind::videoSinkFailed, .updatedAtMs = 2'000'000'000 + steadyMs}, faultFile);
+  last->turn();
+  steadyMs += 60'000;
+  last->turn();
+  EXPECT_FALSE(fault());
 }
 
 TEST_F(SupervisorTest, obeysThePersonWhichIsNoFailure) {
