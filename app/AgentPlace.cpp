@@ -16,11 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path configFolder(const Environment& environment) {
-  const auto named = value(environment, "XDG_CONFIG_HOME");
-  return named && named->starts_with('/') ? fs::path(*named) : UserFolders::home(environment) / ".config";
-}
-
 /// The package's own folder counts as signed when nobody but its owner can change what is in it.
 AgentServiceMigration::Precondition precondition(const fs::path& programs) {
   AgentServiceMigration::Bundle bundle{.bundlePath = programs.string(), .installedPath = HALVO_INSTALL_DIR};
@@ -39,12 +34,12 @@ AgentServiceMigration::Precondition precondition(const fs::path& programs) {
 
 AgentPlace::AgentPlace(Copy copy)
     : programs_(ExecutablePath::siblingDirectory(ExecutablePath::resolveSelf())),
-      unitFolder_(configFolder(environment_) / "systemd/user"),
+      unitFolder_(AgentUnitFiles::folder(environment_)),
       services_({.unitFolder = unitFolder_,
                  .unitFiles = [this](const std::string& label) { return AgentUnitFiles::ofLabel(label, programs_); }}),
       actions_({.control = {.services = services_,
                             .programFolder = programs_,
-                            .legacyFolder = UserFolders::home(environment_) / "Library/LaunchAgents",
+                            .legacyFolder = AgentUnitFiles::legacyFolder(environment_),
                             .localModelStatusFile = LlamaServerStatus::url(environment_),
                             .missingConfigKeys =
                                 [this](BackgroundAgent agent) -> std::vector<std::string> {
@@ -56,6 +51,7 @@ AgentPlace::AgentPlace(Copy copy)
                 .markerFolder = UserFolders::supportDir(environment_) / "service-migration",
                 .configFile = DataPaths::configURL(),
                 .allowed = copy == Copy::anywhere ? AgentServiceMigration::Precondition::ok : precondition(programs_),
-                .installedFolder = HALVO_INSTALL_DIR}) {}
+                .installedFolder = HALVO_INSTALL_DIR,
+                .dataRoot = [] { return DataPaths::isDataRootAvailable() ? std::optional(DataPaths::dataRoot()) : std::nullopt; }}) {}
 
 }  // namespace halvo

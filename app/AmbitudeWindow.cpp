@@ -1,9 +1,14 @@
 // The desktop application itself. `AmbitudeApp` becomes it, and all that is asked of either is answered alike.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <memory>
 
 #include <QApplication>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QPluginLoader>
 
 #include "AmbitudeAppKit/Entry/AppEntryPoint.h"
 #include "AmbitudeAppKit/Live/TerminalChat.h"
@@ -62,14 +67,34 @@ std::unique_ptr<SingleApplication> claim(const Environment& environment) {
   }
 }
 
-bool hasDisplay(const Environment& environment) {
-  if (value(environment, "QT_QPA_PLATFORM")) return true;  // whoever names a platform knows theirs
+bool hasXDisplay(const Environment& environment) {
   try {
     XScreenCapture(value(environment, "DISPLAY")).displays();
     return true;
   } catch (const ScreenCaptureError&) {
     return false;
   }
+}
+
+bool isPlatform(const QString& name, const Environment& environment) {
+  QStringList folders;
+  if (const auto named = value(environment, "QT_QPA_PLATFORM_PLUGIN_PATH")) folders << Widgets::qt(*named);
+  for (const auto& path : QCoreApplication::libraryPaths()) folders << path + "/platforms";
+  for (const auto& folder : folders)
+    for (const auto& file : QDir(folder).entryInfoList({"*.so"}, QDir::Files))
+      if (QPluginLoader(file.filePath()).metaData()["MetaData"].toObject()["Keys"].toArray().contains(name)) return true;
+  return false;
+}
+
+/// Whether a window can be shown: Qt ends the process, and not with 0, on a platform that it can't have.
+bool hasDisplay(const Environment& environment) {
+  const auto named = value(environment, "QT_QPA_PLATFORM");
+  if (!named || named->empty()) return hasXDisplay(environment);
+  const auto wanted = Widgets::qt(*named).split(';', Qt::SkipEmptyParts);
+  return std::ranges::any_of(wanted, [&](const QString& each) {
+    const auto name = each.section(':', 0, 0);  // options follow
+    return isPlatform(name, environment) && (name != "xcb" || hasXDisplay(environment));
+  });
 }
 
 /// Without a display: the conversation in the terminal it was started from.
@@ -82,7 +107,7 @@ void converseInTerminal(const std::stop_token& stop) {
   TerminalChat({.dataRoot = DataPaths::dataRoot(), .processName = "AmbitudeApp"}, Calendar::local()).run(stop);
 }
 
-void mainLoop(int& argc, char** argv) {
+void mainLoop(char** argv) {
   const TerminationSignals ending;
   const auto environment = processEnvironment();
   if (!hasDisplay(environment)) return converseInTerminal(ending.token());
@@ -94,7 +119,8 @@ void mainLoop(int& argc, char** argv) {
   BackgroundQueue startup;
   // The zones of the world are a walk through hundreds of files: it is over when the windows want to know the hour.
   startup.post([](const std::stop_token&) { Calendar::local().hourMinute(0); });
-  QApplication application(argc, argv);
+  int own = 1;  // none of the arguments is for Qt: it ends the process on one that it can't use
+  QApplication application(own, argv);
   QApplication::setApplicationName("halvo");
   QApplication::setApplicationDisplayName("Halvo");
   QApplication::setDesktopFileName("halvo");
@@ -103,13 +129,15 @@ void mainLoop(int& argc, char** argv) {
   Theme::install(application, appearance.mode, appearance.textPercent);
   const bool isNew = DataRootSetup::state() == DataRootSetup::State::unconfigured;
   const auto agents = std::make_shared<AgentPlace>();
+  // Who set everything up and closed the window at once has the agents all the same.
+  BackgroundQueue registration(isNew ? BackgroundQueue::AtEnd::finish : BackgroundQueue::AtEnd::drop);
   startup.post([](const std::stop_token&) { ArchiveKey::provision(); });
   // Making one removes the clips of a process that was killed while somebody watched.
   startup.post([environment](const std::stop_token&) { ClipFolder folder(environment); });
   DesktopSession session({.setup = setupOperations(),
                           .offeredRoot = Widgets::qt(DataPaths::defaultRootForNewInstall().string()),
                           .application = [&] {
-                            startup.post([agents, isNew](const std::stop_token&) {
+                            registration.post([agents, isNew](const std::stop_token&) {
                               makeFolders();
                               startAgents(agents->actions(), isNew);
                             });
@@ -126,5 +154,5 @@ void mainLoop(int& argc, char** argv) {
 
 int main(int argc, char** argv) {
   halvo::AgentUmask::apply();
-  halvo::AppEntryPoint::run({argv + 1, argv + argc}, [&] { mainLoop(argc, argv); });
+  halvo::AppEntryPoint::run({argv + 1, argv + argc}, [&] { mainLoop(argv); });
 }

@@ -122,8 +122,11 @@ int status() {
     print("config:    " + TerminalText::oneLine(key) + " is not a setting and was ignored");
   print(selectionLine());
   print(ModelCommands::healthLines());
-  if (!DataPaths::isDataRootAvailable()) return 1;
   const auto now = Clock::system().nowMs();
+  if (!DataPaths::isDataRootAvailable()) {
+    print(healthLine(now));
+    return 1;
+  }
   const auto body = CurrentTask::read();
   const auto intention = body ? CurrentIntention::parse(*body) : std::nullopt;
   print("intention: " + (intention ? TerminalText::oneLine(intention->task) : std::string("none declared")));

@@ -15,7 +15,6 @@
 #include "CaptureShared/Foundation/UserFolders.h"
 #include "CaptureShared/Net/HTTPTransportRouter.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
-#include "CaptureShared/Recording/Location/FrameLocator.h"
 #include "Platform/Linux/LinuxMachine.h"
 #include "app/ArchiveKey.h"
 #include "app/ArchiveKeys.h"
@@ -33,13 +32,18 @@ struct Retention {
   RetentionRunner::Result run(bool apply) const {
     return RetentionRunner::run({.apply = apply, .nowMs = Clock::system().nowMs(), .calendar = calendar, .environment = environment});
   }
+  RecordingsPage page() const {
+    auto made = RecordingsPage::of(run(false), environment.settings(), environment.ops);
+    made.damage = RetentionSettingsStore::damage(RetentionSettingsStore::path(processEnvironment())).value_or("");
+    return made;
+  }
 };
 
 RecordingsView::Operations recordings() {
   const auto retention = std::make_shared<Retention>();
   return {.settings = retention->environment.settings,
-          .persist = retention->environment.persistSettings,
-          .preview = [retention] { return RecordingsPage::of(retention->run(false), retention->environment.settings(), retention->environment.ops); },
+          .change = retention->environment.persistSettings,
+          .preview = [retention] { return retention->page(); },
           .apply = [retention] { return RecordingsPage::outcome(retention->run(true)); }};
 }
 
@@ -50,13 +54,20 @@ ReviewView::Operations review() {
   return {.desk = {.root = root,
                    .calendar = Calendar::local(),
                    .nowMs = Clock::system().nowMs,
-                   .isRenderable = [root](std::int64_t atMs) { return FrameLocator::locate({.atMs = atMs, .root = root}).has_value(); }},
+                   .isRenderable = MomentClips::isRenderable(root)},
           .makeClip = [clips](std::int64_t frameMs, const std::stop_token& stop) { return clips->make(frameMs, stop); },
           .dropClip = [clips] { clips->drop(); },
           .ffmpeg = [] { return FFmpegResolver::resolve(processEnvironment()); }};
 }
 
-std::string diagnostics() {
+/// What is known of the programs, in words of ours alone.
+std::vector<std::string> programsOf(const AgentActions& agents) {
+  std::vector<std::string> lines;
+  for (const auto& state : agents.states()) lines.push_back(fmt::format("{}: {}", facts(state.agent).name, describe(state.runState)));
+  return lines;
+}
+
+std::string diagnostics(AgentPlace& agents) {
   utsname system{};
   ::uname(&system);
   const auto memory = LinuxMachine().physicalMemoryBytes();
@@ -65,6 +76,7 @@ std::string diagnostics() {
   return DiagnosticsReport::render({.version = EventLogWriter::defaultBuildVersion(),
                                     .system = fmt::format("{} {}, {} of memory", system.sysname, system.release,
                                                           memory ? ModelProvisioning::humanBytes(static_cast<std::int64_t>(*memory)) : "an unknown amount"),
+                                    .programs = programsOf(agents.actions()),
                                     .writtenAt = ISO8601::utcSeconds(Clock::system().nowMs())},
                                    logs);
 }
@@ -103,7 +115,7 @@ Pages::Needs desktopNeeds(const std::shared_ptr<AgentPlace>& agents) {
           .recordings = recordings(),
           .model = model(),
           .services = ServicesView::Operations::of({agents, &agents->actions()}),
-          .diagnostics = diagnostics};
+          .diagnostics = [agents] { return diagnostics(*agents); }};
 }
 
 SetupView::Operations setupOperations() {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
-#include <system_error>
+#include <stdexcept>
 #include <vector>
 
 #include <fmt/format.h>
@@ -28,8 +28,6 @@ using CommandOutput::fail;
 using CommandOutput::print;
 
 std::filesystem::path settingsFile() { return RetentionSettingsStore::path(processEnvironment()); }
-
-std::string damagedText() { return settingsFile().string() + " can't be read as settings, so retention is off until it is mended or removed"; }
 
 void printTable(const RecordingsPage& page) {
   std::string display;
@@ -56,7 +54,7 @@ RecordingsPage preview(const Session& session) {
   const auto settings = session.environment.settings();
   auto page = RecordingsPage::of(session.run(false), settings, session.environment.ops);
   print(page.settings);
-  if (RetentionSettingsStore::isDamaged(settingsFile())) print(TerminalText::oneLine(damagedText()));
+  if (const auto damage = RetentionSettingsStore::damage(settingsFile())) print(TerminalText::oneLine(*damage));
   printTable(page);
   if (!page.summary.empty()) print(page.summary);
   return page;
@@ -96,23 +94,23 @@ int apply(bool isSure) {
 
 int set(const std::optional<std::string>& policy, const std::optional<std::string>& onRestart) {
   if (!policy && !onRestart) return fail("say a number of days or off, as in: halvo retention set 7 --on-restart off");
-  // The widths of what labels protect stand in the same file.
-  if (RetentionSettingsStore::isDamaged(settingsFile())) return fail(TerminalText::oneLine(damagedText()));
-  auto settings = RetentionSettingsStore::read(settingsFile());
+  std::optional<VideoRetention::RetentionPolicy> wanted;
   if (policy) {
     const auto days = Text::parseInteger(*policy);
     if (*policy != "off" && (!days || *days < 0)) return fail("\"" + TerminalText::oneLine(*policy) + "\" is neither a number of days nor off");
-    settings.policy = days ? VideoRetention::RetentionPolicy(VideoRetention::DeleteOlderThanDays{*days}) : VideoRetention::Disabled{};
+    wanted = days ? VideoRetention::RetentionPolicy(VideoRetention::DeleteOlderThanDays{*days}) : VideoRetention::Disabled{};
   }
-  if (onRestart) settings.deleteOnRestart = *onRestart == "on";
   try {
-    RetentionSettingsStore::write(settings, settingsFile());
-  } catch (const std::system_error& error) {
-    return fail(std::string("not changed: ") + error.what());
+    const auto settings = RetentionSettingsStore::change(settingsFile(), [&](RetentionSettings& changed) {
+      if (wanted) changed.policy = *wanted;
+      if (onRestart) changed.deleteOnRestart = *onRestart == "on";
+    });
+    print(RecordingsPage::describe(settings));
+    if (RetentionRunner::newBootMs(settings, Session().environment)) print(RecordingsPage::restartWarning);
+    return 0;
+  } catch (const std::runtime_error& error) {
+    return fail(TerminalText::oneLine(std::string("not changed: ") + error.what()));
   }
-  print(RecordingsPage::describe(settings));
-  if (onRestart == "on" && !settings.lastRestartSweepBootMs) print("the next sweep deletes what was recorded before the last start too");
-  return 0;
 }
 
 }  // namespace halvo::RetentionCommands

@@ -21,7 +21,6 @@
 #include "CaptureShared/Foundation/TerminationSignals.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Labels/Clips/MomentClips.h"
-#include "CaptureShared/Recording/Location/FrameLocator.h"
 #include "app/ArchiveKeys.h"
 #include "app/CommandOutput.h"
 
@@ -112,13 +111,10 @@ std::optional<ReviewSession> drawn(const Draw& draw, const fs::path& root, const
                               .limit = draw.limit,
                               .seed = draw.seed,
                               .asOfMs = nowMs()};
-  if (!draw.fromLogs)
-    request.isRenderable = [root](std::int64_t atMs) { return FrameLocator::locate({.atMs = atMs, .root = root}).has_value(); };
+  if (!draw.fromLogs) request.isRenderable = MomentClips::isRenderable(root);
   const bool isWatched = ::isatty(STDERR_FILENO);
-  if (isWatched) request.onProgress = [](const Phase::Phase& phase) { std::fprintf(stderr, "\r%s ", Phase::text(phase).c_str()); };
-  auto session = ReviewDraw::draw(request, calendar);
-  if (isWatched) std::fputc('\n', stderr);
-  return session;
+  if (isWatched) request.onProgress = [](const Phase::Phase& phase) { std::fprintf(stderr, "\r\033[K%s", Phase::text(phase).c_str()); };
+  return ReviewDraw::draw(request, calendar);
 }
 
 std::string nameOf(Layer1Answer answer) {

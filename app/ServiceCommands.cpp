@@ -4,6 +4,7 @@
 
 #include <array>
 #include <functional>
+#include <map>
 #include <system_error>
 #include <vector>
 
@@ -59,6 +60,23 @@ int onAgents(const AgentName& name, const std::function<void(AgentActions&, Agen
   return status;
 }
 
+int installIn(AgentPlace& place, Agents agents) {
+  if (const auto refusal = place.actions().refusal()) return fail(*refusal + "; --from-here makes it");
+  int status = 0;
+  place.actions().install(agents, [&status](const AgentActions::Told& told) { status |= say(told); });
+  return status;
+}
+
+AgentPlace::Copy copyMeant(bool fromHere) { return fromHere ? AgentPlace::Copy::anywhere : AgentPlace::Copy::installed; }
+
+/// The agents that run, with their processes.
+std::map<BackgroundAgent, std::int32_t> running(AgentPlace& place) {
+  std::map<BackgroundAgent, std::int32_t> pids;
+  for (const auto& state : place.actions().states())
+    if (const auto* runs = std::get_if<BackgroundAgentState::Running>(&state.runState)) pids[state.agent] = runs->pid;
+  return pids;
+}
+
 template <class Cells>
 void printRow(const Cells& cells) {
   const auto line = fmt::format("{:<15} {:<25} {:>8} {:>9}  {:<28}  {}", cells[0], cells[1], cells[2], cells[3], cells[4], cells[5]);
@@ -81,10 +99,21 @@ int status() {
 int install(const AgentName& name, bool fromHere) {
   const auto agents = named(name);
   if (agents.empty()) return unknownAgent(*name);
-  AgentPlace place(fromHere ? AgentPlace::Copy::anywhere : AgentPlace::Copy::installed);
-  if (const auto refusal = place.actions().refusal()) return fail(*refusal + "; --from-here makes it");
+  AgentPlace place(copyMeant(fromHere));
+  return installIn(place, agents);
+}
+
+int installAfterSetup(bool fromHere) {
+  AgentPlace place(copyMeant(fromHere));
+  const auto before = running(place);
   int status = 0;
-  place.actions().install(agents, [&status](const AgentActions::Told& told) { status |= say(told); });
+  if (!before.empty())
+    if (const auto failure = place.services().reload()) status = fail(TerminalText::oneLine(failure->text));
+  status |= installIn(place, named({}));
+  std::vector<BackgroundAgent> old;
+  for (const auto& [agent, pid] : running(place))
+    if (const auto ran = before.find(agent); ran != before.end() && ran->second == pid) old.push_back(agent);
+  place.actions().restart(old, [&status](const AgentActions::Told& told) { status |= say(told); });
   return status;
 }
 
@@ -98,6 +127,12 @@ int stop(const AgentName& name) {
 
 int remove(const AgentName& name) {
   return onAgents(name, [](AgentActions& actions, Agents agents, const Tell& tell) { actions.remove(agents, tell); });
+}
+
+std::vector<std::string> legacyFiles() {
+  AgentPlace place;
+  const auto files = place.actions().legacyFiles(named({}));
+  return {files.begin(), files.end()};
 }
 
 int begin() {

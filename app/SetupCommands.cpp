@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -18,6 +19,7 @@
 #include "CaptureShared/DataRoot/AgentProcess.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/DataRoot/DataRootLayout.h"
+#include "CaptureShared/DataRoot/SpotlightExclusion.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 #include "CaptureShared/Intention/CurrentTask.h"
@@ -140,27 +142,85 @@ void list(const char* title, const std::vector<std::string>& paths) {
   if (paths.size() > shown) print(fmt::format("  and {} more", paths.size() - shown));
 }
 
-/// Removes one of our folders or files outside the data root; a link goes and not what it leads to.
-int removeWhole(const fs::path& path) {
+using Roots = std::vector<fs::path>;
+
+/// Where a path really leads.
+fs::path resolved(const fs::path& path) {
   std::error_code error;
+  const auto place = fs::weakly_canonical(path, error);
+  return error ? path.lexically_normal() : place;
+}
+
+/// Every data root that is known and there: the present one, the configured one, and the one that set-up offers. Links are resolved.
+Roots knownRoots() {
+  Roots roots;
+  for (const auto& root : {DataPaths::dataRoot(), DataPaths::configuredRoot().value_or(""), DataPaths::defaultRootForNewInstall()}) {
+    std::error_code ignored;
+    if (root.empty() || !fs::is_directory(root, ignored)) continue;
+    if (const auto place = resolved(root); std::find(roots.begin(), roots.end(), place) == roots.end()) roots.push_back(place);
+  }
+  return roots;
+}
+
+/// Which recordings would be left without their key; absent when all that are known of can be deleted.
+std::optional<std::string> leftWithoutKey() {
+  if (DataPaths::dataRootSource() == DataPaths::RootSource::unconfigured) return std::nullopt;
+  if (!DataPaths::isDataRootAvailable()) return DataPaths::dataRootUnavailableReason();
+  const auto configured = DataPaths::configuredRoot();
+  if (!configured || resolved(*configured) == resolved(DataPaths::dataRoot())) return std::nullopt;
+  return "the settings name the data root " + configured->string() + ", and AMBITCAP_DATA_ROOT " + DataPaths::dataRoot().string();
+}
+
+/// Removes one of our folders or files outside the data roots, but none that one of them is in; a link goes and not what it leads to.
+int removeWhole(const fs::path& path, const Roots& roots) {
+  const auto place = resolved(path.parent_path()) / path.filename();
+  std::error_code error;
+  for (const auto& root : roots)
+    if (const auto within = root.lexically_relative(place); !within.empty() && *within.begin() != ".." && fs::exists(root, error))
+      return fail(path.string() + ": a data root is in it, so it stays");
   fs::remove_all(path, error);
   return error ? fail(path.string() + ": " + error.message()) : 0;
 }
 
-/// Removes the support folder; a data root in it that still holds what is not ours stays, with the folders above it.
-int removeSupport(const fs::path& support, const fs::path& root) {
-  const auto within = root.lexically_normal().lexically_relative(support.lexically_normal());
-  const bool isWithin = !within.empty() && *within.begin() != ".." && *within.begin() != ".";
+/// Whether a name in the support folder is ours. An unfinished write has the file's name with more behind a dot.
+bool isOfSupport(const std::string& name) {
+  for (const char* folder : {"keys", "models", "llama", "service-migration", SpotlightExclusion::markerName})
+    if (name == folder) return true;
+  for (const std::string file : {"config.json", "retention.json", "appearance.json", "capture-fault.json", "call-hold-override.json",
+                                 "llama-server-status.json", "model-integrity-refusal.json", "spotlight-markers.json"})
+    if (name == file || name.starts_with(file + ".")) return true;
+  return false;
+}
+
+/// What is in the support folder, data roots apart.
+struct Support {
+  std::vector<std::string> ours, others;
+};
+Support supportIn(const fs::path& support, const Roots& roots) {
+  Support found;
   std::error_code error;
-  if (!isWithin || !fs::exists(root, error)) return removeWhole(support);
+  const bool isRoot = std::find(roots.begin(), roots.end(), resolved(support)) != roots.end();
+  for (const auto& entry : fs::directory_iterator(support, error)) {
+    const auto name = entry.path().filename().string();
+    if (isOfSupport(name))
+      found.ours.push_back(entry.path());
+    else if (!isRoot && std::find(roots.begin(), roots.end(), resolved(entry.path())) == roots.end())
+      found.others.push_back(entry.path());
+  }
+  return found;
+}
+
+/// Removes what is ours in the support folder, and the folder when nothing is left in it.
+int removeSupport(const fs::path& support, const Roots& roots) {
   int status = 0;
-  for (const auto& entry : fs::directory_iterator(support, error))
-    if (entry.path().filename() != *within.begin()) status |= removeWhole(entry.path());
-  return error ? fail(support.string() + ": " + error.message()) : status;
+  for (const auto& path : supportIn(support, roots).ours) status |= removeWhole(path, roots);
+  std::error_code ignored;
+  if (!fs::is_symlink(support, ignored)) fs::remove(support, ignored);
+  return status;
 }
 
 /// Copies of recordings in the clear, which a program that was killed leaves behind. The temporary folder goes when nothing else is in it.
-int removeTemporary(const Environment& environment) {
+int removeTemporary(const Environment& environment, const Roots& roots) {
   fs::path folder;
   try {
     folder = UserFolders::systemTemp(environment);
@@ -168,26 +228,45 @@ int removeTemporary(const Environment& environment) {
     return 0;  // it is somebody else's, so nothing of ours was ever written there
   }
   int status = 0;
-  for (const char* name : {"halvo-video-decrypt", "LarkVideoRemux", "halvo-review-clips"}) status |= removeWhole(folder / name);
+  for (const char* name : {"halvo-video-decrypt", "LarkVideoRemux", "halvo-review-clips"}) status |= removeWhole(folder / name, roots);
   std::error_code ignored;
   if (value(environment, "TMPDIR") != folder.string()) fs::remove(folder, ignored);
   return status;
 }
 
 /// Removes the file that holds the declaration, and its folder when that is the usual one and nothing else is in it.
-int removeTask() {
+int removeTask(const Roots& roots) {
   const auto file = CurrentTask::path();
   std::error_code ignored;
-  const int status = removeWhole(file);
+  const int status = removeWhole(file, roots);
   if (file.parent_path().filename() == ".ambitude") fs::remove(file.parent_path(), ignored);
   return status;
 }
 
-int removeData(const fs::path& root) {
-  const auto removal = DataRootLayout::removeOwned(root, PurgeGuard::currentMachineIsProtected(LinuxMachine()));
-  for (const auto& failure : removal.failures) fail(TerminalText::oneLine(failure));
-  list("folders that were not empty and stay", removal.leftBehind);
-  return removal.failures.empty() ? 0 : 1;
+int removeData(const Roots& roots) {
+  int status = 0;
+  for (const auto& root : roots) {
+    const auto removal = DataRootLayout::removeOwned(root, PurgeGuard::currentMachineIsProtected(LinuxMachine()));
+    for (const auto& failure : removal.failures) status = fail(TerminalText::oneLine(failure));
+    list("folders that were not empty and stay", removal.leftBehind);
+  }
+  return status;
+}
+
+/// What of the recordings, settings and keys goes, and what stays.
+void showData(const Roots& roots, const fs::path& support) {
+  for (const auto& root : roots) {
+    auto survey = DataRootLayout::survey(root);
+    // Files of both sorts lie together where the support folder is the root.
+    if (root == resolved(support)) std::erase_if(survey.unknown, isOfSupport);
+    print("data root: " + TerminalText::oneLine(root.string()));
+    list("  Halvo's, to be deleted", survey.owned);
+    list("  not Halvo's, so it stays", survey.unknown);
+  }
+  const auto found = supportIn(support, roots);
+  list("settings, keys and models, to be deleted", found.ours);
+  list("not Halvo's, so it stays", found.others);
+  print("the declaration, to be deleted: " + CurrentTask::path().string());
 }
 
 }  // namespace
@@ -204,7 +283,7 @@ int setup(bool fromHere) {
     return fail(std::string("not set up: ") + error.what() + "; halvo setup starts again from here");
   }
   print("settings: " + DataPaths::configURL().string());
-  const int status = ServiceCommands::install({}, fromHere);
+  const int status = ServiceCommands::installAfterSetup(fromHere);
   print("next: halvo models install fetches the model; halvo declare \"what you mean to do\" begins");
   return status;
 }
@@ -212,31 +291,24 @@ int setup(bool fromHere) {
 int uninstall(bool isSure, bool keepsData) {
   const auto environment = processEnvironment();
   if (PurgeGuard::currentMachineIsProtected(LinuxMachine())) return fail(PurgeGuard::refusalExplanation);
-  const bool hasRoot = DataPaths::isDataRootAvailable();
-  const auto root = DataPaths::dataRoot();
+  if (DataPaths::configFileExistsButFailedToParse())
+    return fail(DataPaths::configURL().string() + " can't be read as settings, which tell where recordings are; mend or remove it first");
+  if (const auto recordings = keepsData ? std::nullopt : leftWithoutKey())
+    return fail(*recordings + "; nothing was removed, because its recordings would be left without their key");
+  const auto roots = knownRoots();
   const auto support = UserFolders::supportDir(environment), logs = UserFolders::logsRoot(environment) / AgentProcess::logSubdirectory;
-  if (!keepsData && !hasRoot && DataPaths::configuredRoot())
-    return fail(DataPaths::dataRootUnavailableReason() + "; nothing was removed, because its recordings would be left without their key");
   print("the background agents stop and are removed");
-  if (!keepsData) {
-    if (hasRoot) {
-      const auto survey = DataRootLayout::survey(root);
-      print("data root: " + TerminalText::oneLine(root.string()));
-      list("  Halvo's, to be deleted", survey.owned);
-      list("  not Halvo's, so it stays", survey.unknown);
-    }
-    print("settings, keys and models, to be deleted: " + support.string());
-    print("the declaration, to be deleted: " + CurrentTask::path().string());
-  }
+  list("files of an old installation, to be deleted", ServiceCommands::legacyFiles());
+  if (!keepsData) showData(roots, support);
   print("logs, to be deleted: " + logs.string());
   if (!isSure && ask("Type \"remove\" to go on:") != "remove") return fail("nothing was removed");
   // A program that still runs would write again.
   if (ServiceCommands::remove({}) != 0) return fail("the recordings and settings are as they were");
-  int status = removeWhole(logs) | removeTemporary(environment);
+  int status = removeWhole(logs, roots) | removeTemporary(environment, roots);
   if (!keepsData) {
     // What could not be deleted must not lose its key.
-    if (hasRoot && removeData(root) != 0) return fail("the settings and keys stay until the rest is gone");
-    status |= removeSupport(support, root) | removeWhole(OwnDenylist::file(environment)) | removeTask();
+    if (removeData(roots) != 0) return fail("the settings and keys stay until the rest is gone");
+    status |= removeSupport(support, roots) | removeWhole(OwnDenylist::file(environment), roots) | removeTask(roots);
   }
   print(status == 0 ? "removed" : "removed but for what is said above");
   return status;

@@ -7,6 +7,7 @@
 #include "CaptureShared/Foundation/ExecutablePath.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Signals/SignalsNotes.h"
 
 namespace halvo {
 
@@ -57,7 +58,7 @@ std::optional<std::string> AgentActions::refusal() const {
 
 void AgentActions::install(Agents agents, const Tell& tell) {
   if (const auto why = refusal()) return tell({.words = *why, .isDone = false});
-  if (!recoverSettings(tell)) return;
+  if (!recoverSettings(tell, "nothing was installed")) return;
   for (const auto agent : agents) {
     const auto told = installOne(agent);
     lines_.with([&](auto& lines) {
@@ -71,7 +72,7 @@ void AgentActions::install(Agents agents, const Tell& tell) {
 }
 
 /// Settings that only an old installation's files hold; they are taken before those go.
-bool AgentActions::recoverSettings(const Tell& tell) const {
+bool AgentActions::recoverSettings(const Tell& tell, const std::string& otherwise) const {
   try {
     const auto recovery = LegacyLaunchAgentRecovery::plan(deps_.control.legacyFolder, AgentConfig::load(deps_.configFile).settings);
     if (!recovery.settings.empty()) AgentConfig::setEnvSettings(recovery.settings, deps_.configFile);
@@ -82,7 +83,7 @@ bool AgentActions::recoverSettings(const Tell& tell) const {
     for (const auto& error : recovery.readErrors) tell({.words = error, .isDone = false});
     return true;
   } catch (const std::exception& error) {
-    tell({.words = std::string("nothing was installed: ") + error.what(), .isDone = false});
+    tell({.words = otherwise + ": " + error.what(), .isDone = false});
     return false;
   }
 }
@@ -110,6 +111,7 @@ AgentActions::Told AgentActions::installOne(BackgroundAgent agent) {
   }
   const auto outcome = migration.run(deps_.allowed, std::span(&agent, 1)).front();
   if (!outcome.isSettled) return unsettled(agent, outcome.line, Text::join(log, "; "));
+  if (agent == BackgroundAgent::captureSupervisor) noteCaptureIs(false);
   return {.agent = agent, .words = "installed"};
 }
 
@@ -150,14 +152,55 @@ void AgentActions::stop(Agents agents, const Tell& tell) const {
 }
 
 void AgentActions::remove(Agents agents, const Tell& tell) {
-  forEach(agents, tell, [this](BackgroundAgent agent) {
+  // What could not be read of them is no failure of the removal.
+  const auto note = [&](Told told) {
+    told.isDone = true;
+    tell(told);
+  };
+  const bool mayTakeFiles = legacyFiles(agents).empty() || recoverSettings(note, "the old installation's settings can't be kept");
+  if (!mayTakeFiles) tell({.words = "the files of the old installation stay, and the next start goes on with them", .isDone = false});
+  forEach(agents, tell, [&](BackgroundAgent agent) {
     agents_.remove(agent);
     // Else the next start would go on with a move that nobody wants any more.
     std::error_code ignored;
     fs::remove(deps_.markerFolder / label(agent), ignored);
+    if (agent == BackgroundAgent::captureSupervisor) noteCaptureIs(true);
     lines_.with([&](auto& lines) { lines.erase(agent); });
+    if (mayTakeFiles) removeLegacyFile(agent);
     return "removed";
   });
+}
+
+std::vector<fs::path> AgentActions::legacyFiles(Agents agents) const {
+  std::vector<fs::path> files;
+  for (const auto agent : agents) {
+    const auto file = deps_.control.legacyFolder / (label(agent) + ".plist");
+    std::error_code ignored;
+    if (fs::exists(fs::symlink_status(file, ignored))) files.push_back(file);
+  }
+  return files;
+}
+
+void AgentActions::removeLegacyFile(BackgroundAgent agent) const {
+  std::error_code error;
+  for (const auto& file : legacyFiles(std::span(&agent, 1)))
+    if (fs::remove(file, error); error)
+      throw BackgroundAgentActionError(BackgroundAgentActionError::UnregisterFailed{agent, errorKind("NSPOSIXErrorDomain", error.value())},
+                                       file.string() + ": " + error.message());
+}
+
+/// For whoever wonders why nothing is recorded. Without the note only the words differ, so a failure is none of the action's.
+void AgentActions::noteCaptureIs(bool isRemoved) const {
+  const auto root = deps_.dataRoot ? deps_.dataRoot() : std::nullopt;
+  if (!root) return;
+  const auto note = CaptureRemovalIntentStore::url(*root);
+  try {
+    if (isRemoved)
+      CaptureRemovalIntentStore::write({.removedAtMs = deps_.clock.nowMs()}, note);
+    else
+      fs::remove(note);
+  } catch (const std::system_error&) {
+  }
 }
 
 }  // namespace halvo

@@ -25,7 +25,8 @@ class AgentActions {
     std::filesystem::path configFile;    ///< takes the settings of an old installation
     AgentServiceMigration::Precondition allowed = AgentServiceMigration::Precondition::notInstalledCopy;  ///< whether this copy registers
     std::filesystem::path installedFolder = {};  ///< of the copy that does
-    Clock clock = Clock::system();               ///< waits between looks at what was registered
+    std::function<std::optional<std::filesystem::path>()> dataRoot = {};  ///< the present one; absent while there is none
+    Clock clock = Clock::system();                                        ///< waits between looks at what was registered
   };
   explicit AgentActions(Dependencies dependencies);
 
@@ -51,10 +52,15 @@ class AgentActions {
   void start(const Tell& tell);
   void restart(Agents agents, const Tell& tell) const;
   void stop(Agents agents, const Tell& tell) const;
+  /// Takes the files of an old installation too, whose settings are kept: the next start would go on with them.
   void remove(Agents agents, const Tell& tell);
+  /// The files of an old installation that are there.
+  std::vector<std::filesystem::path> legacyFiles(Agents agents) const;
 
  private:
-  bool recoverSettings(const Tell& tell) const;
+  bool recoverSettings(const Tell& tell, const std::string& otherwise) const;
+  void removeLegacyFile(BackgroundAgent agent) const;
+  void noteCaptureIs(bool isRemoved) const;
   Told installOne(BackgroundAgent agent);
   bool hasCurrentUnits(BackgroundAgent agent) const;
   AgentServiceMigrationRunner runner(LogSink log = {}) const;

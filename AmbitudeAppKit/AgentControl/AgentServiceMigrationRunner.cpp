@@ -34,6 +34,8 @@ Job AgentServiceMigrationRunner::observe(BackgroundAgent agent) const {
           .disabled = deps_.services.isDisabled(name),
           .interrupted = isThere(marker(agent)),
           .serviceStatus = status.value_or(ServiceStatus::notRegistered)};
+  // What a broken-off move left is nobody's wish to hold the job off.
+  if (job.interrupted && job.disabled == true && deps_.services.isOnlyNotTurnedOn(name)) job.disabled = false;
   // A job of which half is unknown is unknown.
   if (status && !std::holds_alternative<ServiceManager::Failed>(print)) job.loaded = std::holds_alternative<ServiceManager::Printed>(print);
   if (const auto text = printed(print); text && text->program) job.runningBundleExists = isThere(*text->program);
@@ -65,12 +67,7 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::carryOut(Backg
   Outcome outcome{.agent = agent, .action = step};
   switch (step) {
     case Step::nothing: return outcome;
-    case Step::retire: {
-      const auto proof = prove(agent);
-      if (std::holds_alternative<Committed>(proof)) return finish(agent, job, std::move(outcome));
-      // The registration does not run, so the legacy job has to be moved after all.
-      return replace(agent, job, std::move(outcome));
-    }
+    case Step::retire: return retire(agent, job, std::move(outcome));
     case Step::move:
     case Step::registerIt:
     case Step::reregister: return replace(agent, job, std::move(outcome));
@@ -78,8 +75,26 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::carryOut(Backg
   return outcome;
 }
 
+AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::retire(BackgroundAgent agent, const Job& job, Outcome outcome) {
+  const auto proof = prove(agent);
+  if (proof && std::holds_alternative<Committed>(*proof)) return finish(agent, job, std::move(outcome));
+  // The registration does not run, so the legacy job has to be moved after all.
+  if (proof && std::holds_alternative<RollBack>(*proof)) return replace(agent, job, std::move(outcome));
+  outcome.isSettled = false;
+  outcome.line = proof ? userMessage(ServiceAction::turnOn, facts(agent).name, ServiceErrorKind::notAllowed)
+                       : std::string(rowLine(LeaveReason::launchdUnknown));
+  return outcome;
+}
+
 AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::replace(BackgroundAgent agent, const Job& job, Outcome outcome) {
   const auto name = label(agent);
+  // The facts may have aged.
+  const auto ran = deps_.services.print(name);
+  if (std::holds_alternative<ServiceManager::Failed>(ran)) {
+    outcome.isSettled = false;
+    outcome.line = rowLine(LeaveReason::launchdUnknown);
+    return outcome;
+  }
   try {
     mark(agent);
   } catch (const std::system_error& error) {
@@ -88,19 +103,30 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::replace(Backgr
     outcome.line = legacyCleanupBlockedLine;
     return outcome;
   }
-  if (installUnregistersFirst(job.serviceStatus))
+  std::vector<UnitFile> stood;
+  const auto back = [&](const std::string& reason) { return rollBack(agent, job, std::move(outcome), stood, reason); };
+  if (installUnregistersFirst(job.serviceStatus)) {
+    // Beside a legacy file it is what to go back to only when it ran.
+    if (const auto text = printed(ran); !job.legacyPlistPresent || (text && text->pid)) stood = deps_.services.registrationFiles(name);
     if (const auto failure = deps_.services.unregister(name)) {
       const auto after = deps_.services.status(name);
-      if (!after || !unregisterFailureLeavesNothingRegistered(*after)) return rollBack(agent, job, std::move(outcome), failure->text);
+      if (!after || !unregisterFailureLeavesNothingRegistered(*after)) return back(failure->text);
     }
-  if (job.legacyPlistPresent && *job.loaded)
-    if (const auto failure = deps_.services.bootout(name)) return rollBack(agent, job, std::move(outcome), failure->text);
+  }
+  if (job.legacyPlistPresent && *job.loaded) {
+    // What was loaded may have been the registration, which has gone.
+    const auto now = deps_.services.print(name);
+    if (const auto* failed = std::get_if<ServiceManager::Failed>(&now)) return back(failed->text);
+    if (std::holds_alternative<ServiceManager::Printed>(now))
+      if (const auto failure = deps_.services.bootout(name)) return back(failure->text);
+  }
   if (const auto failure = deps_.services.registerService(name)) {
     outcome.line = userMessage(ServiceAction::turnOn, facts(agent).name, errorKind(failure->domain, failure->code));
-    return rollBack(agent, job, std::move(outcome), failure->text);
+    return back(failure->text);
   }
   return match(
-      prove(agent), [&](const RollBack& back) { return rollBack(agent, job, std::move(outcome), back.reason); },
+      prove(agent).value_or(RollBack{"its registration can't be told"}),
+      [&](const RollBack& failed) { return back(failed.reason); },
       [&](const Committed&) { return finish(agent, job, std::move(outcome)); },
       // The legacy file stays until the registration has run; the marker too, so that the next run looks again.
       [&](const AwaitingApproval&) {
@@ -110,14 +136,17 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::replace(Backgr
       });
 }
 
-Verdict AgentServiceMigrationRunner::prove(BackgroundAgent agent) const {
-  Verdict result = RollBack{"its registration can't be told"};
+std::optional<Verdict> AgentServiceMigrationRunner::prove(BackgroundAgent agent) const {
+  std::optional<Verdict> result;
   for (int look = 0; look < deps_.looks; ++look) {
     // A program that fails at once still has its process in the first moment.
     deps_.clock.wait(deps_.settleSec, {});
     const auto status = deps_.services.status(label(agent));
     const auto print = deps_.services.print(label(agent));
-    if (!status || std::holds_alternative<ServiceManager::Failed>(print)) continue;
+    if (!status || std::holds_alternative<ServiceManager::Failed>(print)) {
+      result.reset();
+      continue;
+    }
     Observation observation;
     if (const auto text = printed(print))
       observation = {.loaded = true,
@@ -125,41 +154,46 @@ Verdict AgentServiceMigrationRunner::prove(BackgroundAgent agent) const {
                      .hasPid = text->pid.has_value(),
                      .lastExitCode = text->lastExitCode};
     result = verdict(*status, observation, facts(agent).requiresPid ? RequiresPid::yes : RequiresPid::no);
-    if (!std::holds_alternative<RollBack>(result)) break;
+    if (!std::holds_alternative<RollBack>(*result)) break;
   }
   return result;
 }
 
 AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::rollBack(BackgroundAgent agent, const Job& job, Outcome outcome,
-                                                                           const std::string& reason) {
+                                                                           const std::vector<UnitFile>& stood, const std::string& reason) {
   const auto name = label(agent);
   say(name + ": rolled back: " + reason);
   outcome.isSettled = false;
   if (outcome.line.empty()) outcome.line = setUpButDidNotStartLine;
-  bool isBack = true;
-  if (const auto failure = deps_.services.unregister(name)) {
-    say(name + ": its registration could not be taken back: " + failure->text);
-    isBack = false;
-  }
-  // Back to what was: a job that did not run is not started. One that a broken-off move ended did run before.
-  if (job.legacyPlistPresent && (*job.loaded || job.interrupted))
-    if (const auto failure = deps_.services.loadLegacy(name)) {
-      say(name + ": its old job could not be started: " + failure->text);
-      isBack = false;
-    }
+  const auto failure = deps_.services.unregister(name);
+  if (failure) say(name + ": its registration could not be taken back: " + failure->text);
   // The legacy file was never touched. What did not come back is a later run's, told by the marker.
-  if (!isBack) {
+  if (!bringBack(job, stood) || (failure && stood.empty())) {
     outcome.line = legacyCleanupBlockedLine;
     return outcome;
   }
   // A registration that stood before has gone, with nothing in its place.
-  if (!job.legacyPlistPresent && (job.interrupted || installUnregistersFirst(job.serviceStatus))) return outcome;
+  if (!job.legacyPlistPresent && stood.empty() && (job.interrupted || installUnregistersFirst(job.serviceStatus))) return outcome;
   try {
     deps_.removeFile(marker(agent));
   } catch (const std::system_error& error) {
     say(name + ": " + error.what());
   }
   return outcome;
+}
+
+bool AgentServiceMigrationRunner::bringBack(const Job& job, const std::vector<UnitFile>& stood) {
+  std::optional<ServiceManager::Failure> failure;
+  if (!stood.empty())
+    failure = deps_.services.reinstate(job.label, stood);
+  // A job that did not run is not started. One that a broken-off move ended did run before.
+  else if (job.legacyPlistPresent && (*job.loaded || job.interrupted))
+    failure = deps_.services.loadLegacy(job.label);
+  if (failure)
+    say(job.label + ": its old job could not be started: " + failure->text);
+  else if (!stood.empty())
+    say(job.label + ": it goes on as it was registered before");
+  return !failure;
 }
 
 AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::finish(BackgroundAgent agent, const Job& job, Outcome outcome) {

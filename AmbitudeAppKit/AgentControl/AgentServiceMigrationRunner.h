@@ -45,10 +45,15 @@ class AgentServiceMigrationRunner {
 
  private:
   Outcome carryOut(BackgroundAgent agent, const AgentServiceMigration::Job& job, AgentServiceMigration::Step step);
+  Outcome retire(BackgroundAgent agent, const AgentServiceMigration::Job& job, Outcome outcome);
   Outcome replace(BackgroundAgent agent, const AgentServiceMigration::Job& job, Outcome outcome);
-  Outcome rollBack(BackgroundAgent agent, const AgentServiceMigration::Job& job, Outcome outcome, const std::string& reason);
+  Outcome rollBack(BackgroundAgent agent, const AgentServiceMigration::Job& job, Outcome outcome, const std::vector<UnitFile>& stood,
+                   const std::string& reason);
+  /// Brings back what ran; false when it could not.
+  bool bringBack(const AgentServiceMigration::Job& job, const std::vector<UnitFile>& stood);
   Outcome finish(BackgroundAgent agent, const AgentServiceMigration::Job& job, Outcome outcome);
-  AgentServiceMigration::Verdict prove(BackgroundAgent agent) const;
+  /// Absent when, at the last look, its state could not be told.
+  std::optional<AgentServiceMigration::Verdict> prove(BackgroundAgent agent) const;
   std::filesystem::path marker(BackgroundAgent agent) const { return deps_.markerFolder / label(agent); }
   std::filesystem::path legacyFile(BackgroundAgent agent) const { return deps_.legacyFolder / (label(agent) + ".plist"); }
   void say(const std::string& line) const {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/UserFolders.h"
 
 namespace halvo::AgentUnitFiles {
 
@@ -72,6 +73,15 @@ std::vector<UnitFile> of(BackgroundAgent agent, const std::filesystem::path& pro
 std::vector<UnitFile> ofLabel(const std::string& label, const std::filesystem::path& programFolder) {
   const auto agent = fromRawValue<BackgroundAgent>(label);
   return agent ? of(*agent, programFolder) : std::vector<UnitFile>{};
+}
+
+std::filesystem::path folder(const Environment& environment) { return UserFolders::configDir(environment) / "systemd/user"; }
+std::filesystem::path legacyFolder(const Environment& environment) { return UserFolders::home(environment) / "Library/LaunchAgents"; }
+
+bool isInstalled(BackgroundAgent agent, const Environment& environment) {
+  std::error_code ignored;
+  return std::filesystem::exists(folder(environment) / (label(agent) + ".service"), ignored) ||
+         std::filesystem::exists(legacyFolder(environment) / (label(agent) + ".plist"), ignored);
 }
 
 }  // namespace halvo::AgentUnitFiles

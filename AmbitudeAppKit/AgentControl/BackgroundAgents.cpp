@@ -1,7 +1,6 @@
 #include "AmbitudeAppKit/AgentControl/BackgroundAgents.h"
 
 #include "AmbitudeAppKit/AgentControl/LaunchdPrint.h"
-#include "CaptureShared/Foundation/ExecutablePath.h"
 #include "CaptureShared/Foundation/Match.h"
 
 namespace halvo {
@@ -82,29 +81,22 @@ BackgroundAgents::RestartOutcome BackgroundAgents::restart(BackgroundAgent agent
   return RestartOutcome::restarted;
 }
 
-void BackgroundAgents::install(BackgroundAgent agent) const {
-  const auto name = label(agent);
-  if (!ExecutablePath::isExecutableFile(deps_.programFolder / facts(agent).program))
-    throw ActionError(ActionError::BundleSourceMissing{agent}, (deps_.programFolder / facts(agent).program).string());
-  const auto before = deps_.services.status(name);
-  if (!before) throw ActionError(ActionError::RegisterFailed{agent, ServiceErrorKind::temporary}, "its state can't be told");
-  if (installUnregistersFirst(*before)) remove(agent);
-  if (const auto failure = deps_.services.registerService(name))
-    throw ActionError(ActionError::RegisterFailed{agent, errorKind(failure->domain, failure->code)}, failure->text);
-  if (deps_.services.status(name) == ServiceStatus::requiresApproval) throw ActionError(ActionError::RequiresApproval{agent});
-}
-
 void BackgroundAgents::stop(BackgroundAgent agent) const {
   if (const auto failure = deps_.services.bootout(label(agent)))
     throw ActionError(ActionError::UnregisterFailed{agent, errorKind(failure->domain, failure->code)}, failure->text);
 }
 
 void BackgroundAgents::remove(BackgroundAgent agent) const {
-  const auto failure = deps_.services.unregister(label(agent));
-  if (!failure) return;
-  const auto after = deps_.services.status(label(agent));
-  if (after && unregisterFailureLeavesNothingRegistered(*after)) return;
-  throw ActionError(ActionError::UnregisterFailed{agent, errorKind(failure->domain, failure->code)}, failure->text);
+  const auto name = label(agent);
+  const auto failed = [&](const ServiceManager::Failure& failure) {
+    return ActionError(ActionError::UnregisterFailed{agent, errorKind(failure.domain, failure.code)}, failure.text);
+  };
+  if (const auto failure = deps_.services.unregister(name)) {
+    const auto after = deps_.services.status(name);
+    if (!after || !unregisterFailureLeavesNothingRegistered(*after)) throw failed(*failure);
+  }
+  if (std::holds_alternative<ServiceManager::Printed>(deps_.services.print(name)))
+    if (const auto failure = deps_.services.bootout(name)) throw failed(*failure);
 }
 
 std::string describe(const BackgroundAgentState::RunState& state) {

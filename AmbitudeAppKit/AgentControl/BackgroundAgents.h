@@ -33,10 +33,9 @@ class BackgroundAgents {
 
   // These throw `BackgroundAgentActionError`.
   RestartOutcome restart(BackgroundAgent agent) const;
-  /// Takes an old registration back first.
-  void install(BackgroundAgent agent) const;
   /// Ends it until the next login; it stays installed.
   void stop(BackgroundAgent agent) const;
+  /// Takes its registration back, and ends a job that an older installation left.
   void remove(BackgroundAgent agent) const;
 
  private:

@@ -1,6 +1,7 @@
 #include "AmbitudeAppKit/Entry/AppEntryPoint.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -27,6 +28,7 @@ Mode mode(const std::vector<std::string>& arguments) {
 }
 
 void run(const std::vector<std::string>& arguments, const std::function<void()>& mainLoop) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that has read enough is no failure of ours
   ConfigSourcedKeys::fill(AgentConfig::bootstrapProcessEnvironment());
   switch (mode(arguments)) {
     case Mode::dump: StateDump::run(print, Calendar::local()); break;

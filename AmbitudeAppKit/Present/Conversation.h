@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "CaptureShared/Foundation/Calendar.h"
+#include "CaptureShared/Records/CoachCorrection.h"
 #include "CaptureShared/Records/EventLogEvent.h"
 
 namespace halvo {
@@ -15,8 +17,9 @@ namespace halvo {
 /// The conversation as a person reads it.
 struct Conversation {
   /// What takes an effect of Lark's tools back.
-  struct ClearDeclaration {
-    bool operator==(const ClearDeclaration&) const = default;
+  struct TakeBackDeclaration {
+    std::int64_t declaredMs = 0;
+    bool operator==(const TakeBackDeclaration&) const = default;
   };
   struct EndQuiet {
     std::int64_t requestedMs = 0;
@@ -26,8 +29,13 @@ struct Conversation {
     std::int64_t atMs = 0;
     bool operator==(const ForgetCorrection&) const = default;
   };
-  using Undo = std::variant<ClearDeclaration, EndQuiet, ForgetCorrection>;
+  using Undo = std::variant<TakeBackDeclaration, EndQuiet, ForgetCorrection>;
 
+  /// What a person can answer with by one press.
+  struct Answer {
+    std::string label = {}, hint = {};
+    bool operator==(const Answer&) const = default;
+  };
   struct Entry {
     enum class Kind {
       day,       ///< a line between two days
@@ -43,6 +51,7 @@ struct Conversation {
     std::string thinking = {};      ///< what Lark thought before it said so
     std::string servedBy = {};      ///< the line that tells that another model answered
     std::optional<Undo> undo = {};  ///< of an effect that still holds
+    std::vector<Answer> answers = {};  ///< of a question that still waits for one
     bool operator==(const Entry&) const = default;
   };
   std::vector<Entry> entries = {};
@@ -51,8 +60,16 @@ struct Conversation {
   std::int64_t openedMs = 0;   ///< when it was asked for last
   bool operator==(const Conversation&) const = default;
 
-  /// Of events in time order.
-  static Conversation of(std::span<const EventLogEvent> events, std::int64_t nowMs, const Calendar& calendar);
+  struct Past {
+    std::span<const EventLogEvent> events = {};  ///< in time order
+    /// What is older has no entry; it tells only what still holds.
+    std::int64_t fromMs = std::numeric_limits<std::int64_t>::min();
+    /// Those that were not deleted; absent: all.
+    std::optional<std::vector<CoachCorrection>> corrections = {};
+    std::int64_t nowMs = 0;
+    const Calendar& calendar;
+  };
+  static Conversation of(const Past& past);
 };
 
 }  // namespace halvo

@@ -109,6 +109,14 @@ std::vector<DayStrip::Mark> marksOf(std::span<const EventLogEvent> events, std::
   return marks;
 }
 
+/// The latest time at or before `nowMs` at which a day began. A day may have 23 hours or 25.
+std::int64_t beginOfDay(std::int64_t nowMs, const Calendar& calendar) {
+  const auto at = [&](const Calendar::Fields& day, int hour) { return calendar.instant(day.year, day.month, day.day, hour); };
+  const auto today = calendar.fields(nowMs);
+  const auto begin = at(today, dayBeginsAtHour);
+  return begin <= nowMs ? begin : at(calendar.fields(at(today, 12) - 86'400'000), dayBeginsAtHour);
+}
+
 const DayStrip::Block* blockAt(const Blocks& blocks, std::int64_t ms) {
   const auto behind = std::upper_bound(blocks.begin(), blocks.end(), ms, [](std::int64_t at, const DayStrip::Block& b) { return at < b.fromMs; });
   if (behind == blocks.begin() || ms >= std::prev(behind)->toMs) return nullptr;
@@ -131,7 +139,7 @@ std::string described(const DayStrip::Mark& mark) {
 
 DayStrip DayStrip::of(const DayStore::Rows& rows, std::int64_t nowMs, const Calendar& calendar) {
   DayStrip strip;
-  strip.fromMs = calendar.nextHour(nowMs - 86'400'000, dayBeginsAtHour);
+  strip.fromMs = beginOfDay(nowMs, calendar);
   strip.toMs = nowMs;
   const ActivityTimeline::Range range{.fromMs = strip.fromMs, .toMs = strip.toMs, .minSpanMs = shortestSpanMs};
   strip.apps = appBlocks(rows, range);

@@ -4,8 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "AmbitudeCore/Folds/Declaration.h"
 #include "CaptureShared/Foundation/Match.h"
-#include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Intention/CurrentIntention.h"
 
 namespace halvo {
@@ -32,10 +32,12 @@ std::string clockOf(const DeclaredIntentionDetails& details, std::int64_t nowMs,
   return words + (words.empty() || until.empty() ? "" : ", ") + until;
 }
 
-std::string verdictOf(const std::vector<ClassifierTick>& ticks, std::int64_t nowMs) {
-  if (ticks.empty()) return {};
-  const auto& tick = ticks.back();
+std::string verdictOf(const DayStore::Rows& rows, std::int64_t nowMs) {
+  if (rows.ticks.empty()) return {};
+  const auto& tick = rows.ticks.back();
   const auto ms = tick.atMs();
+  // One about what was declared before says nothing about now.
+  if (const auto* declared = LatestDeclaration::event(rows.events, nowMs); declared && ms && *ms < declared->tsMs) return {};
   const auto state = tick.state.value_or("");
   if (!ms || nowMs - *ms > verdictIsFreshMs || (state != "ON_TASK" && state != "NOT_ALIGNED")) return {};
   const auto when = nowMs - *ms < 60'000 ? std::string("just now") : Durations::spoken(nowMs - *ms) + " ago";
@@ -50,14 +52,13 @@ NowPage NowPage::of(const Moment& moment) {
   if (const auto intention = CurrentIntention::parse(body)) {
     page.task = intention->task;
     page.why = intention->why.value_or("");
-    page.isBreak = Text::equalsIgnoringCase(intention->task, "Break");
     if (const auto details = DeclaredIntentionDetails::parse(body, moment.calendar))
       page.clock = clockOf(*details, moment.nowMs, moment.calendar, page.isOverdue);
   }
   const auto window = UserQuietWindow::latest(moment.rows.events, moment.nowMs);
   if (window && window->isInForce(moment.nowMs))
     page.quiet = Quiet{window->requestedMs, Durations::quietUntil(*window, moment.nowMs, moment.calendar)};
-  page.verdict = verdictOf(moment.rows.ticks, moment.nowMs);
+  page.verdict = verdictOf(moment.rows, moment.nowMs);
   page.day = DayStrip::of(moment.rows, moment.nowMs, moment.calendar);
   return page;
 }

@@ -12,7 +12,6 @@ namespace halvo {
 /// What the first page shows.
 struct NowPage {
   std::string task = {};   ///< empty: nothing is declared
-  bool isBreak = false;
   std::string clock = {};  ///< "since 14:02 (38 min), until 17:00 (1 h 12 min left)"
   bool isOverdue = false;
   std::string why = {};
@@ -22,7 +21,8 @@ struct NowPage {
     bool operator==(const Quiet&) const = default;
   };
   std::optional<Quiet> quiet = {};
-  std::string verdict = {};  ///< "On task a minute ago: you write the essay in Gedit"; empty without one of the last ten minutes
+  /// "On task a minute ago: you write the essay in Gedit"; empty without one of the last ten minutes and of what is declared now.
+  std::string verdict = {};
   DayStrip day = {};
   bool operator==(const NowPage&) const = default;
 

@@ -31,10 +31,11 @@ PrivacyPage PrivacyPage::read(const std::filesystem::path& root, const Environme
   page.isRemote = !ModelBackendFactory::coachPrimaryIsLocal(environment);
   const auto kept = OwnDenylist::read(environment);
   const auto inForce = Denylist::fromEnvironment(environment).appNames();
+  const bool isBuiltIn = inForce == Denylist::defaultAppNames();
   page.denylist = kept.value_or(inForce);
-  if (inForce != Denylist::defaultAppNames() && inForce != page.denylist)
-    page.denylistSource = DenylistSource::outside;
-  else if (kept || inForce != Denylist::defaultAppNames())
+  if (inForce != page.denylist)
+    page.denylistSource = isBuiltIn ? DenylistSource::kept : DenylistSource::outside;
+  else if (!isBuiltIn)
     page.denylistSource = DenylistSource::theirs;
   for (const auto& record : TurnUsageRecordLog::read(TurnUsageRecordLog::defaultURL(root), callsShown)) page.calls.push_back(callOf(record, calendar));
   std::ranges::reverse(page.calls);

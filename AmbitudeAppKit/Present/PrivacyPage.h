@@ -25,7 +25,8 @@ struct PrivacyPage {
   std::vector<std::string> denylist = {};
   enum class DenylistSource {
     builtIn,
-    theirs,   ///< kept, and in force or from the next login on
+    theirs,   ///< in force
+    kept,     ///< theirs, from the next login on; until then the built-in one is in force
     outside   ///< this program's environment says another one than what is kept
   };
   DenylistSource denylistSource = DenylistSource::builtIn;

@@ -1,6 +1,7 @@
 #include "AmbitudeAppKit/Present/RecordingCard.h"
 
 #include "AmbitudeAppKit/AgentControl/SidebarHealthStrip.h"
+#include "AmbitudeAppKit/Stores/Health.h"
 #include "CaptureShared/Recording/Supervision/ComponentActivity.h"
 
 namespace halvo {
@@ -12,21 +13,27 @@ RecordingCard RecordingCard::of(const Moment& moment) {
     card.line = "Recording " + controls.words(moment.nowMs, moment.calendar);
     return card;
   }
+  const auto secondsSince = [&](std::int64_t ms) { return static_cast<double>(moment.nowMs - ms) / 1000; };
+  const auto isFresh = [&](std::optional<std::int64_t> ms) { return ms && secondsSince(*ms) <= ComponentHealth::silentAfter; };
+  card.isWarning = !isFresh(moment.lastLifeMs) && !isFresh(moment.controlledMs);
+  const auto* but = card.isWarning ? ", but " : "; ";
   if (!moment.lastFrameMs) {
-    card.line = "Not paused, but nothing has been recorded yet";
-    card.isWarning = true;
+    card.line = std::string("Not paused") + but + "nothing has been recorded yet";
     return card;
   }
-  const auto quietSec = static_cast<double>(moment.nowMs - *moment.lastFrameMs) / 1000;
-  card.isWarning = quietSec > ComponentHealth::silentAfter;
-  const auto brief = SidebarHealthStrip::brief(quietSec);
-  card.line = card.isWarning ? "Not paused, but the last frame came " + brief + " ago" : "Recording; the last frame came " + brief + " ago";
+  const auto* now = isFresh(moment.lastFrameMs)  ? "Recording"
+                    : isFresh(moment.lastLifeMs) ? "Not recording while the screen is locked"
+                                                 : "Not paused";
+  card.line = std::string(now) + but + "the last frame came " + SidebarHealthStrip::brief(secondsSince(*moment.lastFrameMs)) + " ago";
   return card;
 }
 
 RecordingCard RecordingCard::read(const std::filesystem::path& dataRoot, std::int64_t nowMs, const Calendar& calendar) {
-  return of({.controls = RecordingControls::read(dataRoot),
+  const auto controls = RecordingControls::read(dataRoot);
+  return of({.controls = controls,
              .lastFrameMs = ComponentActivity::last(ComponentHealth::Component::capture, dataRoot),
+             .lastLifeMs = Health::captureActivityMs(dataRoot),
+             .controlledMs = Health::controlledAtMs(dataRoot, controls),
              .nowMs = nowMs,
              .calendar = calendar});
 }

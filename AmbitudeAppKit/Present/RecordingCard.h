@@ -20,12 +20,14 @@ struct RecordingCard {
 
   struct Moment {
     RecordingControls controls = {};
-    std::optional<std::int64_t> lastFrameMs = {};  ///< absent: never
+    std::optional<std::int64_t> lastFrameMs = {};   ///< absent: never
+    std::optional<std::int64_t> lastLifeMs = {};    ///< of the recorder or, while the session is locked, of the sampler that says so
+    std::optional<std::int64_t> controlledMs = {};  ///< when the recorder was last told anything, or its pause was over
     std::int64_t nowMs = 0;
     const Calendar& calendar;
   };
   static RecordingCard of(const Moment& moment);
-  /// Of a data root as it is. Reads two small things; never throws.
+  /// Of a data root as it is. Reads a few small things; never throws.
   static RecordingCard read(const std::filesystem::path& dataRoot, std::int64_t nowMs, const Calendar& calendar);
 };
 

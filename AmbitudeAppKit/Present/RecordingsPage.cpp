@@ -32,6 +32,8 @@ std::string reasonToKeep(Verdict verdict) {
   return "";
 }
 
+std::string hours(std::int64_t count) { return fmt::format("{} hour{}", count, count == 1 ? "" : "s"); }
+
 void addRows(std::vector<RecordingsPage::Row>& rows, const Outcome& outcome, const std::string& reason, const VideoRetentionSweep::FileOps& ops) {
   const auto display = outcome.directory.filename().string();
   const auto from = static_cast<std::ptrdiff_t>(rows.size());
@@ -49,6 +51,9 @@ RecordingsPage RecordingsPage::of(const RetentionRunner::Result& preview, const 
                                   const VideoRetentionSweep::FileOps& ops) {
   RecordingsPage page;
   page.settings = describe(settings);
+  page.protection = fmt::format("What a label of yours points at is never deleted, from {} before it to {} after.",
+                                hours(settings.labelLookbackHours), hours(settings.labelLookaheadHours));
+  if (preview.includedRestartSweep) page.warning = restartWarning;
   const auto reason = reasonToDelete(settings, preview.includedRestartSweep);
   for (const auto& outcome : preview.outcomes) addRows(page.rows, outcome, reason, ops);
   if (preview.refusal) {

@@ -100,6 +100,9 @@ Score of(const ReviewScore::Score& score, ReviewScore::Evidence evidence) {
       fmt::format("agreed: {} of {}", score.agreed, score.scored),
       fmt::format("left out: {} where no state is the truth, {} without a verdict in the log, {} of other evidence; {} revision(s)",
                   score.noTruth, score.noVerdict, score.otherEvidence, score.revisionsPassed)};
+  for (const auto& [state, count] : score.declared)
+    made.lines.push_back(
+        fmt::format("left out: {} of {}, which follows from what you declared: there is no answer that could agree with it", count, state));
   if (isBlind)
     made.lines.emplace_back("rare states are drawn more often than they come, so recall and the total are of these moments, not of a day");
   return made;

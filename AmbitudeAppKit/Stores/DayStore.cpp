@@ -3,8 +3,12 @@
 #include <cstdlib>
 #include <limits>
 #include <system_error>
+#include <type_traits>
+#include <utility>
 
+#include "AmbitudeCore/Folds/CoachCorrectionsLog.h"
 #include "AmbitudeCore/Folds/EventTypes.h"
+#include "AmbitudeCore/Folds/UserQuietWindow.h"
 #include "AmbitudeCore/Gate/GateDecisionLog.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/EventLogReader.h"
@@ -22,9 +26,15 @@ std::optional<std::int64_t> timeOf(const GateDecisionRecord& record) { return re
 bool isQuiet(const EventLogEvent& event) {
   return event.type == EventType::userQuietRequested || event.type == EventType::userQuietCancelled;
 }
-template <class Row>
-bool isQuiet(const Row&) {
-  return false;
+/// The request that counts, and what cancels it.
+void keepLatestQuiet(std::vector<EventLogEvent>& rows) {
+  const auto latest = UserQuietWindow::latest(rows, std::numeric_limits<std::int64_t>::max());
+  std::erase_if(rows, [&](const EventLogEvent& row) {
+    if (!latest) return true;
+    const auto* detail = row.detail.objectValue();
+    return row.type == EventType::userQuietRequested ? row.tsMs != latest->requestedMs
+                                                     : !detail || detail->integer("window_requested_ts_ms") != latest->requestedMs;
+  });
 }
 
 template <class Row>
@@ -71,18 +81,23 @@ DayStore::DayStore(std::filesystem::path root, std::int64_t fromMs)
 template <class Row>
 bool DayStore::follow(Feed<Row>& feed) {
   try {
-    if (!feed.hasBegun) {
+    const bool isFirst = !feed.hasBegun;
+    if (isFirst) {
       feed.reader.startAt(LogTail::offsetOf(fromMs_, feed.reader.url(),
                                             [](std::string_view line) { return timeOfLine<Row>(line, decodeRow<Row>); }));
       feed.hasBegun = true;
     }
     auto result = feed.reader.read();
-    const bool isNews = match(
-        result, [](const Reset<Row>&) { return true; }, [](const Appended<Row>& more) { return !more.rows.empty(); });
+    const bool isAnew = std::holds_alternative<Reset<Row>>(result);
+    const bool isNews = isAnew || !std::get<Appended<Row>>(result).rows.empty();
+    if constexpr (std::is_same_v<Row, EventLogEvent>) {
+      isAnew_ = isAnew || isFirst;
+      arrivedFrom_ = isAnew ? 0 : feed.rows.committed().size();
+    }
     if (isNews)
       feed.rows.apply(std::move(result), [this](Row&& row) {
         const auto ms = timeOf(row);
-        return ms && (*ms >= fromMs_ || isQuiet(row)) ? std::optional(std::move(row)) : std::nullopt;
+        return ms && *ms >= fromMs_ ? std::optional(std::move(row)) : std::nullopt;
       });
     return isNews;
   } catch (const std::system_error& error) {
@@ -113,21 +128,47 @@ bool DayStore::sample(std::int64_t nowMs) {
   }
 }
 
+bool DayStore::followCorrections() {
+  const auto url = CoachCorrectionsLog::defaultURL(root_);
+  try {
+    const auto now = FileIdentity::of(url);
+    if (correctionsRead_ == now) return false;
+    correctionsRead_ = now;
+    corrections_ = CoachCorrectionsLog::readAll(url);
+    return true;
+  } catch (const std::system_error& error) {
+    const bool isMissing = error.code() == std::errc::no_such_file_or_directory;
+    if (!isMissing) trouble_ = error.what();
+    // Of what can't be read nothing is offered to be deleted.
+    const auto before = std::exchange(corrections_, isMissing ? std::nullopt : std::optional(std::vector<CoachCorrection>()));
+    correctionsRead_.reset();
+    return before != corrections_;
+  }
+}
+
 bool DayStore::refresh(std::int64_t nowMs) {
   trouble_.reset();
+  arrivedFrom_ = events_.rows.committed().size();
+  isAnew_ = false;
   const bool hasEvents = follow(events_), hasTicks = follow(ticks_), hasDecisions = follow(decisions_), hasSamples = sample(nowMs);
-  return hasEvents || hasTicks || hasDecisions || hasSamples;
+  const bool hasCorrections = followCorrections();
+  if (hasOldQuiet_ && isAnew_) findOldQuiet();  // it went with the rest
+  return hasEvents || hasTicks || hasDecisions || hasSamples || hasCorrections;
 }
 
 DayStore::Rows DayStore::rows() const {
-  return {events_.rows.sorted(), ticks_.rows.sorted(), decisions_.rows.sorted(), samples_};
+  return {events_.rows.sorted(), ticks_.rows.sorted(), decisions_.rows.sorted(), samples_, corrections_};
 }
 
 void DayStore::findOldQuiet() {
+  hasOldQuiet_ = true;
   auto reader = JSONLReaders::events(events_.reader.url(), [this](EventLogEvent& event) { return event.tsMs < fromMs_ && isQuiet(event); });
   try {
     match(
-        reader.readFull(), [this](Reset<EventLogEvent>&& all) { events_.rows.apply(Appended<EventLogEvent>{std::move(all.rows)}); },
+        reader.readFull(), [this](Reset<EventLogEvent>&& all) {
+          keepLatestQuiet(all.rows);
+          events_.rows.apply(Appended<EventLogEvent>{std::move(all.rows)});
+        },
         [](Appended<EventLogEvent>&&) {});
   } catch (const std::system_error&) {
     // The next refresh tells of it.

@@ -3,12 +3,15 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "CaptureShared/EventLog/DeltaFold.h"
 #include "CaptureShared/EventLog/IncrementalJSONLReader.h"
+#include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Records/ClassifierTick.h"
+#include "CaptureShared/Records/CoachCorrection.h"
 #include "CaptureShared/Records/EventLogEvent.h"
 #include "CaptureShared/Records/GateDecisionRecord.h"
 #include "CaptureShared/Signals/ActivityTimeline.h"
@@ -18,12 +21,14 @@ namespace halvo {
 /// The latest stretch of a data root, kept up as its files grow: a poll costs what came. One thread.
 class DayStore {
  public:
-  /// Rows in time order, from `fromMs` on (a few may be older). Of events only, the person's quiet may lie further back: "until I say" can be old.
+  /// Rows in time order, from `fromMs` on. Of events only, the person's latest quiet may lie further back: "until I say" can be old.
   struct Rows {
     const std::vector<EventLogEvent>& events;
     const std::vector<ClassifierTick>& ticks;
     const std::vector<GateDecisionRecord>& decisions;
     const std::vector<ActivityTimeline::Sample>& samples;  ///< thinned: a change of app or presence, else one in `sampleEveryMs`
+    /// The corrections that were not deleted; absent without their file, and then those of the events stand.
+    const std::optional<std::vector<CoachCorrection>>& corrections;
   };
   static constexpr std::int64_t sampleEveryMs = 6'000;  ///< less than a sample may stand for
 
@@ -35,10 +40,16 @@ class DayStore {
   /// and `trouble` tells of it.
   bool refresh(std::int64_t nowMs);
   Rows rows() const;
+  /// The events that the last `refresh` brought, in the order of their file. Of a file that was read anew these are all.
+  struct Arrived {
+    std::span<const EventLogEvent> events;
+    bool isAnew = false;
+  };
+  Arrived arrived() const { return {std::span(events_.rows.committed()).subspan(arrivedFrom_), isAnew_}; }
   std::int64_t fromMs() const { return fromMs_; }
   const std::optional<std::string>& trouble() const { return trouble_; }
 
-  /// Reads the event log whole for the quiet that lies before `fromMs`; once, and slow for a long log.
+  /// Reads the event log whole for the latest quiet that lies before `fromMs`; once, and slow for a long log.
   void findOldQuiet();
   /// Begins anew with more of the past.
   void reachBack(std::int64_t fromMs);
@@ -53,6 +64,7 @@ class DayStore {
   template <class Row>
   bool follow(Feed<Row>& feed);
   bool sample(std::int64_t nowMs);
+  bool followCorrections();
 
   std::filesystem::path root_;
   std::int64_t fromMs_;
@@ -61,6 +73,10 @@ class DayStore {
   Feed<GateDecisionRecord> decisions_;
   std::vector<ActivityTimeline::Sample> samples_;
   std::int64_t sampledUpToMs_, sampleLookedMs_ = 0;
+  std::optional<std::vector<CoachCorrection>> corrections_;
+  std::optional<FileIdentity> correctionsRead_;
+  std::size_t arrivedFrom_ = 0;
+  bool isAnew_ = true, hasOldQuiet_ = false;
   std::optional<std::string> trouble_;
 };
 

@@ -25,14 +25,18 @@ constexpr std::string_view shapes[] = {
     R"((?:Signals|Capturer) ended with -?\d+; started again in [\d.e+]+ s)",
     R"(recording again)",
     R"(Retention: \d+ file\(s\) deleted, \d+ bytes freed, \d+ failed)",
-    R"(classifier started: model [\w.:/-]+, a look every [\d.]+ s, judgments \d+ to \d+ s apart)",
+    R"(classifier started: model [\w.:-]+, a look every [\d.]+ s, judgments \d+ to \d+ s apart)",
     R"(classifier stopped)",
     R"(the local model answers again)",
     R"(layer3: another CoachDriver runs on this data root; this one ends)",
     R"(layer3: the coach ends)",
     R"(layer3: a call was given up because they said something)",
-    // Counts, a provider's and a model's name: the whole line is made of nothing else.
-    R"(layer3 [a-z ]{1,20} usage: [\w .,:;%$()/-]+)",
+    R"(layer3 (?:gate|coach) usage: none reported \(expected on the local model; )"
+    R"(on openrouter it means the response carried no usage block\))",
+    R"(layer3 (?:gate|coach) usage: \d+ call\(s\), prompt \d+ \((?:\d+ cached, [\d.]+% hit|no cache figure reported)\), completion \d+, )"
+    R"((?:reasoning \d+|thinking \d+ chars|NO REASONING TRACE), (?:cost \$[\d.]+|cost not reported))"
+    // A provider's name and a model's, which may have its maker's in front.
+    R"((?:, via [\w.-]+(?: [\w.-]+)?)?(?:, [\w.:-]+(?:/[\w.:-]+)?)?(?:, SERVED BY FALLBACK)?)",
     R"(Vision OCR timed out after \d+s — abandoning the request and judging without OCR text)",
     R"(discarded negative/same-day-mismatched estimate: -?[\d.]+)",
     R"(  facts: \d+, lessons: \d+)",

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 
+#include "AmbitudeAppKit/AgentControl/AgentUnitFiles.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Text.h"
 #include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
 #include "CaptureShared/Recording/Supervision/ComponentActivity.h"
-#include "CaptureShared/Recording/Supervision/RecordingControls.h"
 #include "CaptureShared/Signals/SignalsNotes.h"
 #include "CaptureShared/Signals/SignalsReader.h"
 #include "Platform/Desktop/DesktopFacts.h"
@@ -43,11 +43,6 @@ bool isDeliberatelyRemoved(const std::filesystem::path& root) {
   return intent && !CaptureRemovalIntentStore::isSuperseded(*intent, ComponentActivity::last(Component::capture, root), marginMs);
 }
 
-/// When the recorder was last told anything: a pause that is just over is no silence.
-std::optional<std::int64_t> controlledAtMs(const std::filesystem::path& root, const RecordingControls& controls) {
-  return std::max(ComponentActivity::modificationDate(RecordingControls::path(root)), controls.pausedUntilMs);
-}
-
 ComponentHealth::Status captureStatus(const std::filesystem::path& root, const RecordingControls& controls, std::int64_t nowMs) {
   if (controls.isPaused(nowMs)) return ComponentHealth::status({.supervision = ComponentHealth::Supervision::offByChoice, .nowMs = nowMs});
   if (const auto endedAtMs = samplesEndedAtMs(root, nowMs);
@@ -61,6 +56,24 @@ ComponentHealth::Status captureStatus(const std::filesystem::path& root, const R
 ComponentHealth::Status statusOf(Component component, const std::filesystem::path& root, const RecordingControls& controls, std::int64_t nowMs) {
   if (component == Component::capture) return captureStatus(root, controls, nowMs);
   return ComponentHealth::status({.component = component, .lastActivityMs = ComponentActivity::last(component, root), .nowMs = nowMs});
+}
+
+BackgroundAgent agentOf(Component component) {
+  switch (component) {
+    case Component::capture: return BackgroundAgent::captureSupervisor;
+    case Component::classifier: return BackgroundAgent::classifier;
+    case Component::coach: return BackgroundAgent::coachDriver;
+  }
+  return {};
+}
+
+/// Silence of an agent that is not installed is the person's wish. Whatever started one, what works is at work.
+ComponentHealth::Status unlessNotInstalled(ComponentHealth::Status status, Component component, const std::filesystem::path& root,
+                                           const Environment& environment, std::int64_t nowMs) {
+  if (AgentUnitFiles::isInstalled(agentOf(component), environment)) return status;
+  // The recorder's last work may be from the moment before its removal.
+  if (!ComponentHealth::isFault(status) && !(component == Component::capture && isDeliberatelyRemoved(root))) return status;
+  return ComponentHealth::status({.component = component, .supervision = ComponentHealth::Supervision::offByChoice, .nowMs = nowMs});
 }
 
 std::optional<Component> componentOf(BackgroundAgent agent) {
@@ -81,6 +94,10 @@ std::optional<std::int64_t> captureActivityMs(const std::filesystem::path& root)
   return std::max(ComponentActivity::last(Component::capture, root), lockedAtMs(root));
 }
 
+std::optional<std::int64_t> controlledAtMs(const std::filesystem::path& root, const RecordingControls& controls) {
+  return std::max(ComponentActivity::modificationDate(RecordingControls::path(root)), controls.pausedUntilMs);
+}
+
 SidebarHealthStrip::State look(const Environment& environment, std::int64_t nowMs, const Calendar& calendar) {
   const bool hasRoot = DataPaths::isDataRootAvailable();
   const auto root = DataPaths::dataRoot();
@@ -88,7 +105,7 @@ SidebarHealthStrip::State look(const Environment& environment, std::int64_t nowM
   std::array<std::pair<Component, ComponentHealth::Status>, 3> components;
   std::size_t i = 0;
   for (const auto component : {Component::capture, Component::classifier, Component::coach})
-    components[i++] = {component, statusOf(component, root, controls, nowMs)};
+    components[i++] = {component, unlessNotInstalled(statusOf(component, root, controls, nowMs), component, root, environment, nowMs)};
   std::optional<SidebarHealthStrip::RecordingPause> pause;
   if (controls.isPaused(nowMs)) pause = {.words = controls.words(nowMs, calendar), .isUnreadable = controls.isUnreadable};
   return SidebarHealthStrip::state({.dataRootTrouble = hasRoot ? std::nullopt : std::optional(DataPaths::dataRootUnavailableReason()),
@@ -120,7 +137,13 @@ std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgen
 
 std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgentState> states, const Environment& environment,
                                                   std::int64_t nowMs) {
-  if (!DataPaths::isDataRootAvailable()) return {};
+  if (!DataPaths::isDataRootAvailable()) {
+    std::map<BackgroundAgent, std::string> words;
+    for (const auto& state : states)
+      if (componentOf(state.agent) && std::holds_alternative<BackgroundAgentState::Running>(state.runState))
+        words[state.agent] = DataPaths::dataRootUnavailableReason();
+    return words;
+  }
   return complaints(states, DataPaths::dataRoot(), environment, nowMs);
 }
 

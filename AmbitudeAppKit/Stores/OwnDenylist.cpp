@@ -16,9 +16,7 @@ constexpr std::string_view before = "AMBITCAP_DENYLIST=\"", behind = "\"";
 }  // namespace
 
 std::filesystem::path file(const Environment& environment) {
-  const auto named = environment.find("XDG_CONFIG_HOME");
-  const bool isNamed = named != environment.end() && named->second.starts_with('/');
-  return (isNamed ? std::filesystem::path(named->second) : UserFolders::home(environment) / ".config") / "environment.d/60-halvo.conf";
+  return UserFolders::configDir(environment) / "environment.d/60-halvo.conf";
 }
 
 std::optional<std::vector<std::string>> read(const Environment& environment) {

@@ -4,11 +4,17 @@
 
 #include "AmbitudeAppKit/Live/TerminalChat.h"
 #include "AmbitudeAppKit/Stores/Corrections.h"
+#include "AmbitudeAppKit/Stores/EventSearch.h"
 #include "AmbitudeCore/Coach/CoachTurnEffects.h"
+#include "AmbitudeCore/Folds/Declaration.h"
+#include "AmbitudeCore/Folds/EventTypes.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/EventLogWriter.h"
+#include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Regex.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Intention/CurrentIntention.h"
+#include "CaptureShared/Intention/EventLog.h"
 #include "CaptureShared/Intention/IntentionWriter.h"
 
 namespace halvo::PersonActions {
@@ -61,6 +67,30 @@ Ending endingOf(std::string_view line, std::int64_t nowMs, const Calendar& calen
   return {std::string(line), std::nullopt};
 }
 
+/// The end that a declaration gave, as it was given; absent when it is over.
+std::optional<std::string> standingEnd(const EventLogEvent& declared, std::int64_t nowMs, const Calendar& calendar) {
+  const auto* detail = declared.detail.objectValue();
+  const auto body = EventLog::taskFileBody(declared.type, detail ? std::optional(*detail) : std::nullopt, declared.tsMs, calendar);
+  const auto details = DeclaredIntentionDetails::parse(body.value_or(""), calendar);
+  const auto words = [](const std::string& estimate) { return std::optional(estimate.substr(std::string_view("until ").size())); };
+  using End = std::optional<std::string>;
+  return match(
+      details ? EstimateReading::read(*details, calendar) : EstimateReading::None{}, [](const EstimateReading::None&) { return End(); },
+      [](const EstimateReading::Rejected&) { return End(); }, [&](const EstimateReading::Unreadable& said) { return words(said.text); },
+      [&](const EstimateReading::At& end) { return end.ms > nowMs ? words(end.text) : End(); });
+}
+
+/// The record that puts a former row in force again; of a clear or nothing it is a clear.
+IntentionWriter::Record anew(const EventLogEvent* former, std::int64_t nowMs, const Calendar& calendar) {
+  const auto declared = former ? Declaration::decode(*former) : std::nullopt;
+  if (!declared) return IntentionWriter::clear(nowMs);
+  const auto* why = former->text("why");
+  return IntentionWriter::declare({.task = declared->notes,
+                                   .until = standingEnd(*former, nowMs, calendar),
+                                   .why = why ? std::optional(*why) : std::nullopt,
+                                   .asOfMs = nowMs});
+}
+
 }  // namespace
 
 Typed readTyped(const std::string& line, std::int64_t nowMs, const Calendar& calendar) {
@@ -85,6 +115,22 @@ Failure apply(const Typed& typed, std::int64_t nowMs) {
   return std::nullopt;
 }
 
+Failure takeBackDeclaration(std::int64_t declaredMs, std::int64_t nowMs, const Calendar& calendar) {
+  std::string refusal;
+  auto failure = attempt([&] {
+    const auto rows = EventSearch::eventsThat(
+        [](EventLogEvent& event) { return event.type == EventType::taskDeclared || event.type == EventType::taskCleared; },
+        DataPaths::events());
+    const auto* newest = LatestDeclaration::event(rows, nowMs);
+    if (!newest || newest->tsMs != declaredMs)
+      refusal = "another declaration came since";
+    else
+      IntentionWriter::perform(anew(LatestDeclaration::event(rows, declaredMs - 1), nowMs, calendar),
+                               IntentionWriter::standardSinks(program));
+  });
+  return failure || refusal.empty() ? failure : Failure(refusal);
+}
+
 Failure quiet(UserQuietDuration duration, std::int64_t nowMs, const Calendar& calendar) {
   return append(UserQuietRequestedEvent::make({.untilMs = endMs(duration, nowMs, calendar), .asOfMs = nowMs}));
 }
@@ -97,7 +143,7 @@ Failure say(const std::string& text) {
 
 Failure dismissConversation(std::int64_t nowMs, Dismissal how) {
   return append(how == Dismissal::closed ? CoachTurnEffects::userDismissedUIEvent(nowMs)
-                                         : CoachTurnEffects::event("ui_closed", {{"dismissed_by", "answer"}}, nowMs));
+                                         : CoachTurnEffects::event("ui_closed", {}, nowMs));
 }
 
 Failure pauseRecording(std::optional<std::int64_t> untilMs, std::int64_t nowMs) {

@@ -27,6 +27,9 @@ Typed readTyped(const std::string& line, std::int64_t nowMs, const Calendar& cal
 
 /// Declares, takes a break or clears, as it was typed.
 Failure apply(const Typed& typed, std::int64_t nowMs);
+/// Declares anew what stood before the declaration of `declaredMs`, with its end as far as that still lies ahead; clears when there was
+/// nothing. Refuses when another came since.
+Failure takeBackDeclaration(std::int64_t declaredMs, std::int64_t nowMs, const Calendar& calendar);
 Failure quiet(UserQuietDuration duration, std::int64_t nowMs, const Calendar& calendar);
 /// Ends the quiet that began at `requestedMs`.
 Failure endQuiet(std::int64_t requestedMs, std::int64_t nowMs);
@@ -34,7 +37,7 @@ Failure endQuiet(std::int64_t requestedMs, std::int64_t nowMs);
 Failure say(const std::string& text);
 enum class Dismissal {
   closed,   ///< by the person, which holds Lark back for a while
-  answered  ///< the answer took its place
+  answered  ///< the answer took its place, which holds nothing back
 };
 /// The conversation is no longer open.
 Failure dismissConversation(std::int64_t nowMs, Dismissal how = Dismissal::closed);

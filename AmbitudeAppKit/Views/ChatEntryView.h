@@ -8,17 +8,21 @@
 
 namespace halvo {
 
-/// One entry of the conversation. Thinking is folded away until it is asked for; an effect that still holds can be undone.
+/// One entry of the conversation. Thinking is folded away until it is asked for; an effect that still holds can be undone, and a question that
+/// waits is answered by a press.
 class ChatEntryView : public QWidget {
   Q_OBJECT
 
  public:
-  ChatEntryView(const Conversation::Entry& entry, const Calendar& calendar, std::function<void(const Conversation::Undo&)> undo,
-                QWidget* parent = nullptr);
+  struct Acts {
+    std::function<void(const Conversation::Undo&)> undo;
+    std::function<void(const QString&)> say;
+  };
+  ChatEntryView(const Conversation::Entry& entry, const Calendar& calendar, const Acts& acts, QWidget* parent = nullptr);
 
  private:
   QWidget* bubble(const Conversation::Entry& entry, const Calendar& calendar);
-  QWidget* line(const Conversation::Entry& entry, std::function<void(const Conversation::Undo&)> undo);
+  QWidget* line(const Conversation::Entry& entry, const Acts& acts);
 };
 
 }  // namespace halvo

@@ -18,10 +18,11 @@ namespace {
 
 constexpr QSize largest(1280, 720);  ///< what clips are made with: more has nothing to show
 
-/// Even sides, as a scaler likes them.
+/// Of exactly the clip's shape and with even sides: a decoder fills up any other with black.
 QSize pictureSize(const QSize& room, double ratio) {
-  auto size = largest.scaled((QSizeF(room) * ratio).toSize(), Qt::KeepAspectRatio).boundedTo(largest);
-  return {std::max(32, size.width() & ~1), std::max(18, size.height() & ~1)};
+  const auto size = largest.scaled((QSizeF(room) * ratio).toSize(), Qt::KeepAspectRatio).boundedTo(largest);
+  const int parts = std::clamp((size.width() + 31) / 32, 1, largest.width() / 32);
+  return {parts * 32, parts * 18};
 }
 
 }  // namespace

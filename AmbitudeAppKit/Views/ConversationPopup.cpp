@@ -37,6 +37,8 @@ ConversationPopup::ConversationPopup(DayFeed& feed)
 void ConversationPopup::follow() {
   const auto& conversation = feed_.conversation();
   if (!conversation.isOpen && !isWished_) return hide();
+  // Answered elsewhere.
+  if (isVisible() && !isWished_ && !conversation.wantsAnswer) return end(PersonActions::Dismissal::answered);
   // Also what was asked for while no application ran, as long as it is unanswered.
   if (conversation.isOpen && conversation.wantsAnswer && conversation.openedMs > presentedMs_) present();
 }
@@ -58,8 +60,11 @@ void ConversationPopup::openByPerson() {
 void ConversationPopup::end(PersonActions::Dismissal how) {
   isWished_ = false;
   // What the person opened themselves is open to nobody but them.
-  if (feed_.conversation().isOpen)
+  const auto& conversation = feed_.conversation();
+  if (conversation.isOpen && conversation.openedMs > endedMs_) {
+    endedMs_ = conversation.openedMs;
     feed_.act(this, [nowMs = feed_.config().nowMs(), how] { return PersonActions::dismissConversation(nowMs, how); });
+  }
   hide();
 }
 

@@ -31,6 +31,7 @@ class ConversationPopup : public QWidget {
   DayFeed& feed_;
   ConversationView* conversation_ = nullptr;
   std::int64_t presentedMs_ = 0;  ///< the request that was shown last
+  std::int64_t endedMs_ = 0;      ///< the request whose end was written
   bool isWished_ = false;
 };
 

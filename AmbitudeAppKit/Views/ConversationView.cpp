@@ -19,13 +19,16 @@ using Widgets::qt;
 
 ConversationView::ConversationView(DayFeed& feed, std::size_t atMost, QWidget* parent) : Page(parent), feed_(feed), atMost_(atMost) {
   auto* whole = new QVBoxLayout(this);
-  Theme::setMargins(whole, 18);
+  const bool isPage = atMost_ > 20;  // and not the popup
+  Theme::setMargins(whole, isPage ? 24 : 18);
+  if (isPage) whole->addWidget(Widgets::heading(tr("Conversation")));
   area_ = new QScrollArea;
   area_->setWidgetResizable(true);
   area_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   area_->setAccessibleName(tr("Conversation with Lark"));
   auto* content = new QWidget;
   auto* column = new QVBoxLayout(content);
+  column->setContentsMargins(0, 0, 0, 0);
   column->addStretch();
   list_ = new QVBoxLayout;
   Theme::setSpacing(list_, 8);
@@ -76,7 +79,8 @@ void ConversationView::refresh() {
 }
 
 void ConversationView::addEntry(const Conversation::Entry& entry) {
-  list_->addWidget(new ChatEntryView(entry, feed_.config().calendar, [this](const Conversation::Undo& what) { undo(what); }));
+  list_->addWidget(new ChatEntryView(entry, feed_.config().calendar,
+                                     {.undo = [this](const Conversation::Undo& what) { undo(what); }, .say = [this](const QString& words) { say(words); }}));
 }
 
 void ConversationView::showReply(const std::optional<LiveReply::Shown>& reply) {
@@ -89,23 +93,25 @@ void ConversationView::send() {
   const auto words = input_->text();
   if (words.trimmed().isEmpty()) return;
   input_->clear();
+  say(words, [this, words] { Widgets::giveBack(words, input_); });
+}
+
+void ConversationView::say(const QString& words, std::function<void()> ifItFails) {
   feed_.act(
       this, [text = Widgets::utf8(words)] { return PersonActions::say(text); },
-      [this, words](const PersonActions::Failure& failure) {
+      [this, ifItFails = std::move(ifItFails)](const PersonActions::Failure& failure) {
         tell(failure);
-        if (failure) return Widgets::giveBack(words, input_);
+        if (failure) return ifItFails ? ifItFails() : void();
         isAtEnd_ = true;
         emit said();
       });
 }
 
 void ConversationView::undo(const Conversation::Undo& what) {
-  const auto act = [what, nowMs = feed_.config().nowMs()] {
+  const auto act = [what, nowMs = feed_.config().nowMs(), calendar = feed_.config().calendar] {
     return match(
         what,
-        [&](const Conversation::ClearDeclaration&) {
-          return PersonActions::apply({.kind = PersonActions::Typed::Kind::clear}, nowMs);
-        },
+        [&](const Conversation::TakeBackDeclaration& back) { return PersonActions::takeBackDeclaration(back.declaredMs, nowMs, calendar); },
         [&](const Conversation::EndQuiet& quiet) { return PersonActions::endQuiet(quiet.requestedMs, nowMs); },
         [&](const Conversation::ForgetCorrection& correction) { return PersonActions::forgetCorrection(correction.atMs); });
   };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 
 #include "AmbitudeAppKit/Views/DayFeed.h"
@@ -32,6 +33,8 @@ class ConversationView : public Page {
   void addEntry(const Conversation::Entry& entry);
   void showReply(const std::optional<LiveReply::Shown>& reply);
   void send();
+  /// `ifItFails` takes the words back.
+  void say(const QString& words, std::function<void()> ifItFails = {});
   void undo(const Conversation::Undo& what);
   void tell(const std::optional<std::string>& failure);
   void keepAtEnd();
@@ -40,7 +43,7 @@ class ConversationView : public Page {
   std::size_t atMost_;
   std::vector<Conversation::Entry> shownEntries_;
   QScrollArea* area_ = nullptr;
-  QVBoxLayout *list_ = nullptr, *foot_ = nullptr;
+  QVBoxLayout* list_ = nullptr;
   QLabel *reply_ = nullptr, *failure_ = nullptr;
   QLineEdit* input_ = nullptr;
   bool isAtEnd_ = true;

@@ -2,6 +2,7 @@
 
 #include "AmbitudeAppKit/Views/Background.h"
 #include "AmbitudeCore/Coach/CoachStream.h"
+#include "AmbitudeCore/Folds/EventTypes.h"
 #include "CaptureShared/Intention/CurrentTask.h"
 
 namespace halvo {
@@ -15,16 +16,16 @@ constexpr std::int64_t presentEveryMs = 15'000;  ///< clocks move on without a n
 }  // namespace
 
 struct DayFeed::State {
-  State(const std::filesystem::path& root, std::int64_t fromMs) : store(root, fromMs), reply(CoachStream::url(root), true) {}
+  State(const std::filesystem::path& root, std::int64_t nowMs)
+      : store(root, nowMs - reachMs), reply(CoachStream::url(root), true), startedMs(nowMs) {}
   DayStore store;
   LiveReply reply;
-  std::int64_t presentedMs = 0;
-  std::int64_t settledUpToMs = 0;
+  std::int64_t startedMs, presentedMs = 0;
   bool hasFoundQuiet = false;
 };
 
 DayFeed::DayFeed(Config config, QObject* parent)
-    : QObject(parent), config_(std::move(config)), state_(std::make_unique<State>(config_.root, config_.nowMs() - reachMs)) {
+    : QObject(parent), config_(std::move(config)), state_(std::make_unique<State>(config_.root, config_.nowMs())) {
   connect(&poll_, &QTimer::timeout, this, &DayFeed::look);
   connect(&replyPoll_, &QTimer::timeout, this, &DayFeed::followReply);
   poll_.start(config_.pollMs);
@@ -56,6 +57,7 @@ DayFeed::Look DayFeed::lookAtFiles() {
   const auto nowMs = config_.nowMs();
   bool isNews = state.store.refresh(nowMs);
   look.trouble = state.store.trouble().value_or("");
+  look.said = takeArrived();
   // The first look shows what is near; what takes a walk through years comes with the second.
   if (state.presentedMs != 0 && !state.hasFoundQuiet) {
     state.store.findOldQuiet();
@@ -65,12 +67,27 @@ DayFeed::Look DayFeed::lookAtFiles() {
   state.presentedMs = nowMs;
   look.isNews = true;
   const auto rows = state.store.rows();
-  for (auto event = rows.events.rbegin(); event != rows.events.rend() && event->tsMs > state.settledUpToMs; ++event)
-    state.reply.settle(event->tsMs);
-  if (!rows.events.empty()) state.settledUpToMs = std::max(state.settledUpToMs, rows.events.back().tsMs);
   look.now = NowPage::of({.rows = rows, .taskBody = CurrentTask::read(), .nowMs = nowMs, .calendar = config_.calendar});
-  look.conversation = Conversation::of(rows.events, nowMs, config_.calendar);
+  look.conversation = Conversation::of({.events = rows.events,
+                                        .fromMs = state.store.fromMs(),
+                                        .corrections = rows.corrections,
+                                        .nowMs = nowMs,
+                                        .calendar = config_.calendar});
   return look;
+}
+
+std::optional<DayFeed::Said> DayFeed::takeArrived() {
+  auto& state = *state_;
+  std::optional<Said> said;
+  const auto [events, isAnew] = state.store.arrived();
+  for (const auto& event : events) {
+    state.reply.settle(event.tsMs);
+    const auto *role = event.text("role"), *text = event.text("text");
+    const bool isSpeech = event.type == EventType::chatMessage && role && (*role == "user" || *role == "coach");
+    // Of a file that was read anew most is old.
+    if (isSpeech && (!isAnew || event.tsMs > state.startedMs)) said = {*role == "coach", text ? *text : ""};
+  }
+  return said;
 }
 
 void DayFeed::take(Look look) {
@@ -85,6 +102,7 @@ void DayFeed::take(Look look) {
     conversation_ = std::move(look.conversation);
     emit conversationChanged();
   }
+  if (look.said) emit saidAnew(look.said->isByLark, QString::fromStdString(look.said->words));
 }
 
 void DayFeed::followReply() {

@@ -47,18 +47,27 @@ class DayFeed : public QObject {
  signals:
   void nowChanged();
   void conversationChanged();
+  /// Somebody said something since the last look, and this came last. Follows what it changed in the conversation.
+  void saidAnew(bool isByLark, const QString& words);
   void replyChanged(const std::optional<LiveReply::Shown>& reply);
   /// What keeps the logs from being read; empty when nothing does.
   void troubleChanged(const QString& words);
 
  private:
   void look();
+  struct Said {
+    bool isByLark = false;
+    std::string words = {};
+  };
   struct Look {
     NowPage now = {};
     Conversation conversation = {};
+    std::optional<Said> said = {};
     std::string trouble = {};
     bool isNews = false;
   };
+  /// What came since the last look, whatever times the rows have: a turn's have the time at which it began.
+  std::optional<Said> takeArrived();
   struct State;  ///< what the queue's thread owns
 
   Look lookAtFiles();

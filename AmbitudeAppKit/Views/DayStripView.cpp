@@ -77,7 +77,7 @@ void DayStripView::show(const DayStrip& day) {
   update();
 }
 
-std::int64_t DayStripView::marginMs() const { return std::max(day_.toMs - day_.fromMs, shortestViewMs) / 60; }
+std::int64_t DayStripView::marginMs() const { return std::max(day_.toMs - day_.fromMs, shortestViewMs) / 40; }
 std::int64_t DayStripView::earliest() const { return day_.fromMs - marginMs(); }
 std::int64_t DayStripView::wholeMs() const { return std::max(day_.toMs - day_.fromMs, shortestViewMs) + 2 * marginMs(); }
 
@@ -118,12 +118,12 @@ void DayStripView::paintBlocks(QPainter& painter, const std::vector<DayStrip::Bl
 
 void DayStripView::paintMarks(QPainter& painter, const QRectF& lane) const {
   painter.setRenderHint(QPainter::Antialiasing);
-  const auto size = lane.height() * 0.7;
+  const auto size = lane.height() * 0.55;
   for (const auto& mark : day_.marks) {
     const auto x = xOf(mark.ms);
     if (x < -size || x > width() + size) continue;
     const QRectF box(x - size / 2, lane.bottom() - size, size, size);
-    painter.setPen(Qt::NoPen);
+    painter.setPen(QPen(Theme::current().surface, 1));  // neighbours stay two
     painter.setBrush(markColor(mark.kind));
     // The shapes differ as well as the colours.
     if (mark.kind == DayStrip::Mark::Kind::checkIn) {
@@ -150,8 +150,10 @@ void DayStripView::paintHours(QPainter& painter, const QRectF& area) const {
     painter.setPen(Theme::current().line);
     painter.drawLine(QPointF(x, 0), QPointF(x, area.top() + 3));
     painter.setPen(Theme::current().muted);
-    const auto half = Theme::scaled(30);
-    painter.drawText(QRectF(std::clamp<double>(x - half, 0, width() - 2 * half), area.top(), 2 * half, area.height()), Qt::AlignHCenter | Qt::AlignBottom, Widgets::qt(calendar_.hourMinute(ms)));
+    const auto words = Widgets::qt(calendar_.hourMinute(ms));
+    const auto half = QFontMetrics(painter.font()).horizontalAdvance(words) / 2.0 + 1;
+    if (x < half || x + half > width()) continue;  // there is no room for it under its line
+    painter.drawText(QRectF(x - half, area.top(), 2 * half, area.height()), Qt::AlignHCenter | Qt::AlignBottom, words);
   }
 }
 
@@ -162,7 +164,10 @@ void DayStripView::paintEvent(QPaintEvent*) {
   painter.setFont(Theme::font(0.85));
   for (const auto& lane : {at.apps, at.presence, at.verdicts}) painter.fillRect(lane, theme.raised);
   paintHours(painter, at.hours);
-  paintBlocks(painter, day_.apps, at.apps, [&](const DayStrip::Block& b) { return b.slot == DayStrip::locked ? theme.line : theme.apps[static_cast<std::size_t>(b.slot)]; }, true);
+  const auto appColor = [&](const DayStrip::Block& b) {
+    return b.slot == DayStrip::locked ? theme.line : theme.apps[static_cast<std::size_t>(b.slot)];
+  };
+  paintBlocks(painter, day_.apps, at.apps, appColor, true);
   paintBlocks(painter, day_.presence, at.presence, presenceColor, false);
   paintBlocks(painter, day_.verdicts, at.verdicts, verdictColor, true);
   paintMarks(painter, at.marks);

@@ -1,10 +1,14 @@
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
 
-#include <algorithm>
 #include <tuple>
 #include <utility>
 
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSystemTrayIcon>
@@ -26,22 +30,24 @@ namespace halvo {
 namespace {
 
 constexpr std::size_t wholeConversation = 2'000;
-constexpr int healthEveryMs = 5'000;
+constexpr int healthEveryMs = 5'000, trayEveryMs = 2'000;
 enum PageIndex { nowPage, conversationPage };
 
 }  // namespace
 
 DesktopApplication::DesktopApplication(DayFeed::Config config, std::vector<PageEntry> more, Look look)
-    : look_(std::move(look)), feed_(std::make_unique<DayFeed>(std::move(config))), notifiedUpToMs_(feed_->config().nowMs()) {
+    : look_(std::move(look)), feed_(std::make_unique<DayFeed>(std::move(config))) {
   std::vector<PageEntry> pages{
       {tr("Now"), tr("What you mean to be doing, and the day so far"), [this] { return new NowView(*feed_); }},
       {tr("Conversation"), tr("Talk with Lark"), [this] { return new ConversationView(*feed_, wholeConversation); }}};
   for (auto& page : more) pages.push_back(std::move(page));
   makeWindows(std::move(pages));
-  makeTrayIcon();
+  connect(&trayPoll_, &QTimer::timeout, this, &DesktopApplication::lookForTray);
+  trayPoll_.start(trayEveryMs);
+  lookForTray();
   qApp->installEventFilter(this);
   connect(&notifier_, &DesktopNotifier::chosen, popup_.get(), &ConversationPopup::openByPerson);
-  connect(feed_.get(), &DayFeed::conversationChanged, this, &DesktopApplication::notifyOfWords);
+  connect(feed_.get(), &DayFeed::saidAnew, this, &DesktopApplication::notifyOf);
   connect(&healthPoll_, &QTimer::timeout, this, &DesktopApplication::lookAtHealth);
   healthPoll_.start(healthEveryMs);
   lookAtHealth();
@@ -115,8 +121,25 @@ void DesktopApplication::show() {
   window_->activateWindow();
 }
 
+void DesktopApplication::lookForTray() {
+  constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
+  auto ask = QDBusMessage::createMethodCall(watcherName, "/StatusNotifierWatcher", "org.freedesktop.DBus.Properties", "Get");
+  ask << QString(watcherName) << QString("IsStatusNotifierHostRegistered");
+  ask.setAutoStartService(false);
+  auto* call = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(ask, trayEveryMs), this);
+  connect(call, &QDBusPendingCallWatcher::finished, this, [this, call] {
+    call->deleteLater();
+    if (tray_) return;
+    const QDBusPendingReply<QDBusVariant> reply = *call;
+    const bool isThere = reply.isValid() && reply.value().variant().toBool();
+    // Qt asks the bus once and stays with the answer. A tray without the bus is looked for only when none came there.
+    if (!isThere && --trayLooksLeft_ > 0) return;
+    trayPoll_.stop();
+    if (QSystemTrayIcon::isSystemTrayAvailable()) makeTrayIcon();
+  });
+}
+
 void DesktopApplication::makeTrayIcon() {
-  if (!QSystemTrayIcon::isSystemTrayAvailable()) return;
   tray_ = std::make_unique<QSystemTrayIcon>(AppIcon::icon());
   tray_->setToolTip(tr("Halvo"));
   trayMenu_ = std::make_unique<QMenu>();
@@ -139,17 +162,11 @@ void DesktopApplication::makeTrayIcon() {
   QApplication::setQuitOnLastWindowClosed(false);
 }
 
-void DesktopApplication::notifyOfWords() {
-  using Kind = Conversation::Entry::Kind;
-  const auto& entries = feed_->conversation().entries;
-  const auto newest =
-      std::find_if(entries.rbegin(), entries.rend(), [](const auto& entry) { return entry.kind == Kind::lark || entry.kind == Kind::you; });
-  if (newest == entries.rend() || newest->tsMs <= notifiedUpToMs_) return;
-  notifiedUpToMs_ = newest->tsMs;
+void DesktopApplication::notifyOf(bool isByLark, const QString& words) {
   // Whoever sees the words need not be told of them.
   const bool isSeen = popup_->isVisible() || (window_->isActiveWindow() && window_->currentPage() == conversationPage);
-  if (newest->kind == Kind::you || isSeen) return notifier_.withdraw();
-  notifier_.notify(tr("Lark"), Widgets::qt(newest->text));
+  if (!isByLark || isSeen) return notifier_.withdraw();
+  notifier_.notify(tr("Lark"), words);
 }
 
 }  // namespace halvo

@@ -50,8 +50,10 @@ class DesktopApplication : public QObject {
  private:
   void makeWindows(std::vector<PageEntry> pages);
   void offerLooks();
+  /// The panel may come after us: looks until there is one, for a while.
+  void lookForTray();
   void makeTrayIcon();
-  void notifyOfWords();
+  void notifyOf(bool isByLark, const QString& words);
   void lookAtHealth();
   void pauseOrResume();
   void showHealth();
@@ -63,11 +65,11 @@ class DesktopApplication : public QObject {
   std::unique_ptr<QMenu> trayMenu_;
   std::unique_ptr<QSystemTrayIcon> tray_;
   DesktopNotifier notifier_;
-  std::int64_t notifiedUpToMs_ = 0;
   SidebarHealthStrip::State health_;
   bool isRecordingPaused_ = false;
   QAction* pauseOrResume_ = nullptr;  ///< in the tray's menu, if there is one
-  QTimer healthPoll_;
+  QTimer healthPoll_, trayPoll_;
+  int trayLooksLeft_ = 10;
   BackgroundQueue queue_{BackgroundQueue::AtEnd::finish};  ///< a look that was chosen is kept
 };
 

@@ -1,6 +1,7 @@
 #include "AmbitudeAppKit/Views/DiagnosticsView.h"
 
 #include <exception>
+#include <utility>
 
 #include <QApplication>
 #include <QFileDialog>
@@ -20,9 +21,9 @@ DiagnosticsView::DiagnosticsView(std::function<std::string()> report, QWidget* p
   auto* column = new QVBoxLayout(this);
   Theme::setMargins(column, 24);
   column->addWidget(Widgets::heading(tr("Diagnostics")));
-  column->addWidget(Widgets::note(tr("For someone who helps you. Only log lines of a known shape are in it: counts, times and the names of Halvo's "
-                                     "own programs. Every other line is left out and counted. Nothing is sent; what you see is what is "
-                                     "saved.")));
+  column->addWidget(Widgets::note(tr("For someone who helps you. Only log lines of a known shape are in it: counts, times and the names of "
+                                     "Halvo's own programs. Every other line is left out and counted. Nothing is sent; what you see is "
+                                     "what is saved.")));
   text_ = new QPlainTextEdit;
   text_->setObjectName("report");
   text_->setReadOnly(true);
@@ -42,9 +43,11 @@ DiagnosticsView::DiagnosticsView(std::function<std::string()> report, QWidget* p
 }
 
 void DiagnosticsView::shown() {
+  if (std::exchange(isLooking_, true)) return;
   inBackground(
       queue_, this, [report = report_](const std::stop_token&) { return report(); },
       [this](const std::string& report) {
+        isLooking_ = false;
         text_->setPlainText(Widgets::qt(report));
         save_->setEnabled(true);
       });

@@ -24,6 +24,7 @@ class DiagnosticsView : public Page {
   void save();
 
   std::function<std::string()> report_;
+  bool isLooking_ = false;  ///< a report is on its way: a second one would take the place of what was read and saved
   QPlainTextEdit* text_ = nullptr;
   QLabel* told_ = nullptr;
   QPushButton* save_ = nullptr;

@@ -30,16 +30,19 @@ QDateEdit* dateField(const QDate& date, const QString& name) {
 
 }  // namespace
 
-ExportView::ExportView(std::filesystem::path root, Calendar calendar, QWidget* parent) : Page(parent), root_(std::move(root)), calendar_(calendar) {
+ExportView::ExportView(Config config, QWidget* parent) : Page(parent), config_(std::move(config)) {
   auto* column = Widgets::scrollingColumn(this);
   column->addWidget(Widgets::heading(tr("Export")));
   QVBoxLayout* card = nullptr;
   column->addWidget(Widgets::card(card));
-  card->addWidget(Widgets::note(tr("Copies of your own rows, as they are, in a new folder that only you can read. Recordings are not among them.")));
+  card->addWidget(Widgets::note(tr("Copies of your own rows, as they are, in a new folder that only you can read. "
+                                   "Recordings are not among them.")));
   auto* form = new QFormLayout;
   form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
-  from_ = dateField(QDate::currentDate().addDays(-6), tr("First day"));
-  to_ = dateField(QDate::currentDate(), tr("Last day"));
+  const auto today = config_.calendar.fields(config_.nowMs());
+  const QDate last(today.year, today.month, today.day);
+  from_ = dateField(last.addDays(-6), tr("First day"));
+  to_ = dateField(last, tr("Last day"));
   form->addRow(tr("From"), from_);
   form->addRow(tr("Through"), to_);
   card->addLayout(form);
@@ -60,14 +63,15 @@ ExportView::ExportView(std::filesystem::path root, Calendar calendar, QWidget* p
 
 HistoryExport::Choice ExportView::choice() const {
   const auto first = from_->date(), behind = to_->date().addDays(1);
-  return {.fromMs = calendar_.instant(first.year(), first.month(), first.day(), 0),
-          .toMs = calendar_.instant(behind.year(), behind.month(), behind.day(), 0) - 1,
+  return {.fromMs = config_.calendar.instant(first.year(), first.month(), first.day(), 0),
+          .toMs = config_.calendar.instant(behind.year(), behind.month(), behind.day(), 0) - 1,
           .withEvents = events_->isChecked(),
           .withVerdicts = verdicts_->isChecked(),
           .withSamples = samples_->isChecked()};
 }
 
 void ExportView::chooseFolder() {
+  if (from_->date() > to_->date()) return tell(tr("Nothing was written: the last day is before the first."), true);
   const auto parent = QFileDialog::getExistingDirectory(this, tr("Where to"));
   if (!parent.isEmpty()) exportInto(utf8(parent));
 }
@@ -77,20 +81,28 @@ void ExportView::exportInto(const std::filesystem::path& parent) {
   start_->setEnabled(false);
   inBackground(
       queue_, this,
-      [choice = choice(), root = root_, folder](const std::stop_token& stop) {
+      [choice = choice(), root = config_.root, folder](const std::stop_token& stop) {
         QString told = tr("Written to %1").arg(qt(folder.string()));
+        bool isDone = true;
         try {
-          for (const auto& [file, rows] : HistoryExport::write(choice, root, folder, stop)) told += tr("\n%1: %2 row(s)").arg(qt(file)).arg(rows);
+          for (const auto& [file, rows] : HistoryExport::write(choice, root, folder, stop))
+            told += tr("\n%1: %2 row(s)").arg(qt(file)).arg(rows);
         } catch (const std::exception& error) {
           told = tr("Nothing was written: %1").arg(qt(error.what()));
+          isDone = false;
         }
-        return told;
+        return std::pair(told, isDone);
       },
-      [this](const QString& told) {
-        told_->setText(told);
-        told_->setVisible(true);
+      [this](const std::pair<QString, bool>& outcome) {
+        tell(outcome.first, !outcome.second);
         start_->setEnabled(true);
       });
+}
+
+void ExportView::tell(const QString& words, bool isWarning) {
+  told_->setText(words);
+  told_->setVisible(true);
+  Widgets::setWarning(told_, isWarning);
 }
 
 }  // namespace halvo

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 
 #include "AmbitudeAppKit/Stores/BackgroundQueue.h"
 #include "AmbitudeAppKit/Stores/HistoryExport.h"
@@ -19,7 +21,12 @@ class ExportView : public Page {
   Q_OBJECT
 
  public:
-  ExportView(std::filesystem::path root, Calendar calendar, QWidget* parent = nullptr);
+  struct Config {
+    std::filesystem::path root = {};
+    Calendar calendar = Calendar::local();
+    std::function<std::int64_t()> nowMs = {};
+  };
+  explicit ExportView(Config config, QWidget* parent = nullptr);
 
   /// Writes what is chosen into a new folder under `parent`.
   void exportInto(const std::filesystem::path& parent);
@@ -27,9 +34,9 @@ class ExportView : public Page {
  private:
   HistoryExport::Choice choice() const;
   void chooseFolder();
+  void tell(const QString& words, bool isWarning);
 
-  std::filesystem::path root_;
-  Calendar calendar_;
+  Config config_;
   QDateEdit *from_ = nullptr, *to_ = nullptr;
   QCheckBox *events_ = nullptr, *verdicts_ = nullptr, *samples_ = nullptr;
   QLabel* told_ = nullptr;

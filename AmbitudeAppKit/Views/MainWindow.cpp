@@ -1,5 +1,6 @@
 #include "AmbitudeAppKit/Views/MainWindow.h"
 
+#include <QApplication>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -29,6 +30,7 @@ MainWindow::MainWindow(std::vector<PageEntry> pages, QWidget* parent) : QMainWin
   list_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   side->addWidget(list_, 1);
   healthTitle_ = Widgets::text();
+  healthTitle_->setObjectName("health");
   healthDetail_ = Widgets::note();
   Theme::setFont(healthDetail_, 0.85);
   for (auto* label : {healthTitle_, healthDetail_}) side->addWidget(label);
@@ -39,6 +41,7 @@ MainWindow::MainWindow(std::vector<PageEntry> pages, QWidget* parent) : QMainWin
     for (auto* label : {healthTitle_, healthDetail_}) {
       label->setFixedWidth(width);
       label->setMargin(Theme::scaled(6));
+      label->setIndent(Theme::scaled(20));  // under the names of the pages
     }
   });
   row->addWidget(sideFrame);
@@ -53,10 +56,11 @@ MainWindow::MainWindow(std::vector<PageEntry> pages, QWidget* parent) : QMainWin
     pages_.push_back({std::move(entry)});
   }
   connect(list_, &QListWidget::currentRowChanged, this, &MainWindow::showPage);
-  for (int i = 0; i < pageCount() && i < 9; ++i)
-    connect(new QShortcut(QKeySequence(Qt::CTRL | static_cast<Qt::Key>(Qt::Key_1 + i)), this), &QShortcut::activated, this,
-            [this, i] { showPage(i); });
-  connect(new QShortcut(QKeySequence::Quit, this), &QShortcut::activated, this, &QWidget::close);
+  for (int i = 0; i < pageCount() && i < 10; ++i) {
+    const auto key = static_cast<Qt::Key>(Qt::Key_0 + (i + 1) % 10);
+    connect(new QShortcut(QKeySequence(Qt::CTRL | key), this), &QShortcut::activated, this, [this, i] { showPage(i); });
+  }
+  connect(new QShortcut(QKeySequence::Quit, this), &QShortcut::activated, qApp, &QApplication::quit);
   if (!pages_.empty()) showPage(0);
 }
 
@@ -75,9 +79,9 @@ Page* MainWindow::page(int index) {
 
 void MainWindow::showPage(int index) {
   if (index < 0 || index >= pageCount()) return;
+  if (list_->currentRow() != index) return list_->setCurrentRow(index);  // which comes back here
   auto* wanted = page(index);
   stack_->setCurrentIndex(index);
-  if (list_->currentRow() != index) list_->setCurrentRow(index);
   wanted->shown();
 }
 

@@ -31,10 +31,13 @@ struct Read {
 };
 
 void addItem(QVBoxLayout* to, const QString& words, const QString& below) {
-  to->addWidget(Widgets::text(words));
+  auto* lines = new QVBoxLayout;
+  Theme::setSpacing(lines, 2);
+  lines->addWidget(Widgets::text(words));
   auto* origin = Widgets::note(below);
   Theme::setFont(origin, 0.9);
-  to->addWidget(origin);
+  lines->addWidget(origin);
+  to->addLayout(lines);
 }
 
 }  // namespace
@@ -66,7 +69,7 @@ void MemoryView::addNotes(QVBoxLayout* column) {
     field->setObjectName(QString("note ") + note.whom);
     field->setAccessibleName(caption);
     field->setTabChangesFocus(true);
-    Theme::follow(field, [field] { field->setFixedHeight(Theme::scaled(64)); });
+    Widgets::setLines(field, 3);
     column->addWidget(Widgets::note(caption));
     column->addWidget(field);
     notes_[note.whom] = field;
@@ -75,8 +78,13 @@ void MemoryView::addNotes(QVBoxLayout* column) {
 }
 
 void MemoryView::shown() {
+  tell({});
+  read();
+}
+
+void MemoryView::read() {
   inBackground(
-      queue_, this,
+      reads_, this,
       [root = root_](const std::stop_token&) {
         try {
           return Read{MemoryPage::read(root, Clock::system().nowMs(), Calendar::local()), {}};
@@ -85,14 +93,11 @@ void MemoryView::shown() {
         }
       },
       [this](const Read& read) {
-        if (read.page) return show(*read.page);
-        failure_->setText(qt(read.failure));
-        failure_->setVisible(true);
+        read.page ? show(*read.page) : tell(read.failure);
       });
 }
 
 void MemoryView::show(const MemoryPage& page) {
-  failure_->setVisible(false);
   showMemory(page);
   showCorrections(page);
   // What is being written is not overwritten.
@@ -148,16 +153,21 @@ void MemoryView::showCorrections(const MemoryPage& page) {
 }
 
 void MemoryView::saveNotes() {
-  std::map<std::string, std::string> written;
-  for (const auto& [whom, field] : notes_) {
-    written[whom] = Text::scrubbed(Text::trim(utf8(field->toPlainText())));
-    field->document()->setModified(false);
-  }
-  change([root = root_, written]() -> Failure {
+  // What was not touched here may have changed elsewhere.
+  std::map<std::string, QString> typed;
+  for (const auto& [whom, field] : notes_)
+    if (field->document()->isModified()) typed[whom] = field->toPlainText();
+  const auto save = [root = root_, typed]() -> Failure {
     auto preferences = CoachPreferencesStore::read(root);
-    for (const auto& note : standingNotes) preferences.*note.text = written.at(note.whom);
+    for (const auto& note : standingNotes)
+      if (const auto found = typed.find(note.whom); found != typed.end())
+        preferences.*note.text = Text::scrubbed(Text::trim(utf8(found->second)));
     CoachPreferencesStore::write(root, preferences);
     return {};
+  };
+  change(save, [this, typed] {
+    for (const auto& [whom, words] : typed)
+      if (auto* field = notes_.at(whom); field->toPlainText() == words) field->document()->setModified(false);
   });
 }
 
@@ -172,9 +182,10 @@ void MemoryView::forget() {
   });
 }
 
-void MemoryView::change(std::function<Failure()> work) {
+void MemoryView::change(std::function<Failure()> work, std::function<void()> done) {
+  tell({});
   inBackground(
-      queue_, this,
+      changes_, this,
       [work = std::move(work)](const std::stop_token&) -> Failure {
         try {
           return work();
@@ -182,11 +193,16 @@ void MemoryView::change(std::function<Failure()> work) {
           return error.what();
         }
       },
-      [this](const Failure& failure) {
-        shown();
-        failure_->setText(failure ? qt(*failure) : QString());
-        failure_->setVisible(failure.has_value());
+      [this, done = std::move(done)](const Failure& failure) {
+        if (failure) tell("not changed: " + *failure);
+        else if (done) done();
+        read();
       });
+}
+
+void MemoryView::tell(const Failure& failure) {
+  failure_->setText(failure ? qt(*failure) : QString());
+  failure_->setVisible(failure.has_value());
 }
 
 }  // namespace halvo

@@ -26,20 +26,22 @@ class MemoryView : public Page {
  private:
   using Failure = std::optional<std::string>;
 
+  void read();
   void show(const MemoryPage& page);
   void showMemory(const MemoryPage& page);
   void showCorrections(const MemoryPage& page);
   void addNotes(QVBoxLayout* column);
   void saveNotes();
   void forget();
-  /// Runs a change off the main thread, tells why it failed, and reads everything anew.
-  void change(std::function<Failure()> work);
+  /// Runs a change off the main thread, calls `done` or tells why it failed, and reads everything anew.
+  void change(std::function<Failure()> work, std::function<void()> done = {});
+  void tell(const Failure& failure);
 
   std::filesystem::path root_;
   QVBoxLayout *memory_ = nullptr, *corrections_ = nullptr;
   QLabel* failure_ = nullptr;
   std::map<std::string, QPlainTextEdit*> notes_;
-  BackgroundQueue queue_;
+  BackgroundQueue changes_{BackgroundQueue::AtEnd::finish}, reads_;
 };
 
 }  // namespace halvo

@@ -77,9 +77,10 @@ QWidget* ModelView::cardOf(const ModelPage::Row& row) {
   QVBoxLayout* column = nullptr;
   auto* card = Widgets::card(column);
   const auto name = qt(row.name);
-  column->addWidget(Widgets::subheading(row.isConfigured    ? tr("%1 (the one that judges)").arg(name)
-                                        : row.isRecommended ? tr("%1 (recommended here)").arg(name)
-                                                            : name));
+  const auto title = row.isConfigured    ? row.isWhole ? tr("%1 (the one that judges)") : tr("%1 (chosen to judge; not here yet)")
+                     : row.isRecommended ? tr("%1 (recommended here)")
+                                         : QString("%1");
+  column->addWidget(Widgets::subheading(title.arg(name)));
   column->addWidget(Widgets::text(tr("%1 to download; %2; %3").arg(qt(row.size), qt(row.fit), qt(row.state))));
   column->addWidget(Widgets::note(qt(row.role)));
   if (!row.warning.empty()) column->addWidget(Widgets::note(qt(row.warning)));

@@ -18,6 +18,7 @@ using Widgets::qt;
 
 NowView::NowView(DayFeed& feed, QWidget* parent) : Page(parent), feed_(feed) {
   auto* column = Widgets::scrollingColumn(this);
+  column->addWidget(Widgets::heading(tr("Now")));
   column->addWidget(declarationCard());
   column->addWidget(dayCard());
   column->addWidget(quietCard());
@@ -29,7 +30,8 @@ NowView::NowView(DayFeed& feed, QWidget* parent) : Page(parent), feed_(feed) {
 QFrame* NowView::declarationCard() {
   QVBoxLayout* column = nullptr;
   auto* card = Widgets::card(column);
-  task_ = Widgets::heading({});
+  task_ = Widgets::text();
+  Theme::setFont(task_, 1.35, true);
   clock_ = Widgets::note();
   why_ = Widgets::note();
   verdict_ = Widgets::text();
@@ -57,7 +59,8 @@ QFrame* NowView::dayCard() {
   day_ = new DayStripView(feed_.config().calendar);
   day_->setObjectName("day");
   column->addWidget(day_);
-  column->addWidget(Widgets::note(tr("Apps, then presence, then verdicts; ● Lark asked, ▲ you declared, ■ quiet or cleared. Scroll to zoom.")));
+  column->addWidget(Widgets::note(tr("Apps, then presence (strong: at the keyboard, faint: still, empty: away), then verdicts; "
+                                     "● Lark asked, ▲ you declared, ■ quiet or cleared. Scroll to zoom.")));
   return card;
 }
 

@@ -22,7 +22,7 @@ std::vector<PageEntry> all(const Needs& needs) {
       {tr("Privacy"), tr("What is never captured, and what left the machine"), [needs] { return new PrivacyView(needs.root); }},
       {tr("Recordings"), tr("Whether your screen is recorded, and how long that is kept"), [needs] { return new RecordingsView(needs.recordings); }},
       {tr("Model"), tr("The model that looks at your screen"), [needs] { return new ModelView(needs.model); }},
-      {tr("Export"), tr("A stretch of your history as files"), [needs] { return new ExportView(needs.root, Calendar::local()); }},
+      {tr("Export"), tr("A stretch of your history as files"), [needs] { return new ExportView({needs.root, needs.calendar, needs.nowMs}); }},
       {tr("Services"), tr("The agents that work in the background"), [needs] { return new ServicesView(needs.services); }},
       {tr("Diagnostics"), tr("A report for someone who helps"), [needs] { return new DiagnosticsView(needs.diagnostics); }},
   };

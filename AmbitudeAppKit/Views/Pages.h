@@ -10,12 +10,16 @@
 #include "AmbitudeAppKit/Views/RecordingsView.h"
 #include "AmbitudeAppKit/Views/ServicesView.h"
 #include "AmbitudeAppKit/Views/ReviewView.h"
+#include "CaptureShared/Foundation/Calendar.h"
+#include "CaptureShared/Foundation/Clock.h"
 
 namespace halvo::Pages {
 
 /// What the pages behind the first two need of the program that shows them. It alone knows the machine.
 struct Needs {
   std::filesystem::path root = {};
+  Calendar calendar = Calendar::local();
+  std::function<std::int64_t()> nowMs = Clock::system().nowMs;
   ReviewView::Operations review = {};
   RecordingsView::Operations recordings = {};
   ModelView::Operations model = {};

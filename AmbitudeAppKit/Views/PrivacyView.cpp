@@ -13,7 +13,6 @@
 
 #include "AmbitudeAppKit/Stores/OwnDenylist.h"
 #include "AmbitudeAppKit/Views/Background.h"
-#include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
 
 namespace halvo {
@@ -47,7 +46,7 @@ PrivacyView::PrivacyView(std::filesystem::path root, QWidget* parent) : Page(par
   denylist_->setObjectName("denylist");
   denylist_->setAccessibleName(tr("Names of applications that are never captured, one on each line"));
   denylist_->setTabChangesFocus(true);
-  Theme::follow(denylist_, [this] { denylist_->setFixedHeight(Theme::scaled(140)); });
+  Widgets::setLines(denylist_, 8);
   never->addWidget(denylist_);
   never->addWidget(Widgets::primary(tr("Save list"), [this] { saveDenylist(); }), 0, Qt::AlignLeft);
   never->addWidget(Widgets::note(tr("An empty list brings the built-in one back. The background programs take a change up when you log in again.")));
@@ -60,7 +59,7 @@ void PrivacyView::shown() {
     std::string failure;
   };
   inBackground(
-      queue_, this,
+      reads_, this,
       [root = root_](const std::stop_token&) {
         try {
           return Read{PrivacyPage::read(root, processEnvironment(), Calendar::local()), {}};
@@ -89,6 +88,9 @@ void PrivacyView::show(const PrivacyPage& page) {
     case PrivacyPage::DenylistSource::theirs:
       denylistNote_->setText(tr("Your own list: windows of these applications are never looked at or recorded."));
       break;
+    case PrivacyPage::DenylistSource::kept:
+      denylistNote_->setText(tr("Your own list is kept and holds from your next login on. Until then the built-in list is in force."));
+      break;
     case PrivacyPage::DenylistSource::outside:
       denylistNote_->setText(tr("The environment of this session holds another list, which is in force until you log in again."));
       break;
@@ -101,9 +103,10 @@ void PrivacyView::show(const PrivacyPage& page) {
 }
 
 void PrivacyView::saveDenylist() {
-  const auto names = OwnDenylist::namesIn(utf8(denylist_->toPlainText()));
+  const auto typed = denylist_->toPlainText();
+  const auto names = OwnDenylist::namesIn(utf8(typed));
   inBackground(
-      queue_, this,
+      changes_, this,
       [names](const std::stop_token&) -> std::string {
         try {
           OwnDenylist::write(names, processEnvironment());
@@ -112,11 +115,12 @@ void PrivacyView::saveDenylist() {
           return std::string("not changed: ") + error.what();
         }
       },
-      [this](const std::string& failure) {
+      [this, typed](const std::string& failure) {
         told_->setText(failure.empty() ? tr("Saved. It holds from your next login on.") : qt(failure));
         told_->setVisible(true);
         Widgets::setWarning(told_, !failure.empty());
-        denylist_->document()->setModified(!failure.empty());
+        if (failure.empty() && denylist_->toPlainText() == typed) denylist_->document()->setModified(false);
+        shown();
       });
 }
 

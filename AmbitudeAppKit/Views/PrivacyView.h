@@ -28,7 +28,7 @@ class PrivacyView : public Page {
   QLabel *coach_ = nullptr, *denylistNote_ = nullptr, *told_ = nullptr;
   QPlainTextEdit* denylist_ = nullptr;
   QTableWidget* calls_ = nullptr;
-  BackgroundQueue queue_;
+  BackgroundQueue changes_{BackgroundQueue::AtEnd::finish}, reads_;
 };
 
 }  // namespace halvo

@@ -13,7 +13,6 @@
 #include "AmbitudeAppKit/Views/Widgets.h"
 #include "AmbitudeAppKit/Views/WrapRow.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
-#include "CaptureShared/Foundation/Clock.h"
 
 namespace halvo {
 
@@ -23,11 +22,10 @@ namespace {
 
 constexpr int pollMs = 2'000;
 
-std::int64_t nowMs() { return Clock::system().nowMs(); }
-
 }  // namespace
 
-RecordingSwitchView::RecordingSwitchView(QWidget* parent) : QFrame(parent) {
+RecordingSwitchView::RecordingSwitchView(std::function<std::int64_t()> nowMs, QWidget* parent)
+    : QFrame(parent), nowMs_(std::move(nowMs)) {
   setProperty("card", true);
   auto* column = new QVBoxLayout(this);
   Theme::setMargins(column, 14);
@@ -51,7 +49,7 @@ void RecordingSwitchView::addButtons(QVBoxLayout* column) {
   auto* row = new WrapRow(pauses_);
   const auto pause = [&](const QString& label, std::optional<std::int64_t> forMs) {
     return Widgets::button(label, [this, forMs] {
-      const auto now = nowMs();
+      const auto now = nowMs_();
       act([now, until = forMs ? std::optional(now + *forMs) : std::nullopt] { return PersonActions::pauseRecording(until, now); });
     });
   };
@@ -72,13 +70,14 @@ void RecordingSwitchView::addQuality(QVBoxLayout* column) {
   quality_->addItem(tr("Compact: at most %1 pixels wide").arg(RecordingControls::compactWidth), static_cast<int>(Quality::compact));
   column->addWidget(quality_, 0, Qt::AlignLeft);
   connect(quality_, &QComboBox::activated, this, [this] {
-    act([quality = static_cast<Quality>(quality_->currentData().toInt()), now = nowMs()] { return PersonActions::recordIn(quality, now); });
+    act([quality = static_cast<Quality>(quality_->currentData().toInt()), now = nowMs_()] { return PersonActions::recordIn(quality, now); });
   });
 }
 
 void RecordingSwitchView::look() {
   inBackground(
-      queue_, this, [](const std::stop_token&) { return RecordingCard::read(DataPaths::dataRoot(), nowMs(), Calendar::local()); },
+      queue_, this,
+      [nowMs = nowMs_()](const std::stop_token&) { return RecordingCard::read(DataPaths::dataRoot(), nowMs, Calendar::local()); },
       [this](const RecordingCard& card) { show(card); });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 
 #include <QFrame>
@@ -21,7 +22,7 @@ class RecordingSwitchView : public QFrame {
   Q_OBJECT
 
  public:
-  explicit RecordingSwitchView(QWidget* parent = nullptr);
+  explicit RecordingSwitchView(std::function<std::int64_t()> nowMs, QWidget* parent = nullptr);
   /// Looks at the files again.
   void look();
 
@@ -35,6 +36,7 @@ class RecordingSwitchView : public QFrame {
   void act(std::function<PersonActions::Failure()> deed);
   void show(const RecordingCard& card);
 
+  std::function<std::int64_t()> nowMs_;
   QLabel *line_ = nullptr, *told_ = nullptr;
   QWidget* pauses_ = nullptr;
   QPushButton* resume_ = nullptr;

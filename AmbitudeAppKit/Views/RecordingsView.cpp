@@ -36,7 +36,7 @@ struct State {
 RecordingsView::RecordingsView(Operations operations, QWidget* parent) : Page(parent), operations_(std::move(operations)) {
   auto* column = Widgets::scrollingColumn(this);
   column->addWidget(Widgets::heading(tr("Recordings")));
-  column->addWidget(new RecordingSwitchView);
+  column->addWidget(new RecordingSwitchView(operations_.nowMs));
   QVBoxLayout* card = nullptr;
   column->addWidget(Widgets::card(card));
   card->addWidget(Widgets::subheading(tr("How long they are kept")));
@@ -46,9 +46,10 @@ RecordingsView::RecordingsView(Operations operations, QWidget* parent) : Page(pa
   days_->addItem(tr("Keep them all"), never);
   for (const auto& preset : RetentionPresets::all) days_->addItem(tr("Delete after %1").arg(tr(preset.label)), static_cast<qlonglong>(preset.days));
   onRestart_ = new QCheckBox(tr("After a restart, delete what came before it"));
+  onRestart_->setObjectName("on restart");
   card->addWidget(days_, 0, Qt::AlignLeft);
   card->addWidget(onRestart_);
-  card->addWidget(Widgets::note(tr("What a label of yours points at is never deleted, from six hours before it to one hour after.")));
+  card->addWidget(protection_ = Widgets::note());
 
   QVBoxLayout* now = nullptr;
   column->addWidget(Widgets::card(now));
@@ -87,8 +88,11 @@ void RecordingsView::showSettings(const RetentionSettings& settings) {
 }
 
 void RecordingsView::show(const RecordingsPage& page) {
-  summary_->setText(qt(page.refusal.empty() ? page.summary : page.refusal));
-  Widgets::setWarning(summary_, !page.refusal.empty() && !page.isSwitchedOff);
+  protection_->setText(qt(page.protection));
+  QStringList words{qt(!page.damage.empty() ? page.damage : page.refusal.empty() ? page.summary : page.refusal)};
+  if (!page.warning.empty()) words << qt(page.warning);
+  summary_->setText(words.join('\n'));
+  Widgets::setWarning(summary_, !page.damage.empty() || !page.warning.empty() || (!page.refusal.empty() && !page.isSwitchedOff));
   std::vector<QStringList> rows;
   for (const auto& row : page.rows)
     rows.push_back({qt(row.display + " " + row.filename), qt(ModelProvisioning::humanBytes(row.bytes)), row.isToGo ? tr("to delete") : tr("kept"),
@@ -105,10 +109,11 @@ void RecordingsView::save() {
       queue_, this,
       [operations = operations_, days, onRestart](const std::stop_token&) -> std::string {
         try {
-          auto settings = operations.settings();
-          settings.policy = days == never ? VideoRetention::RetentionPolicy(VideoRetention::Disabled{}) : VideoRetention::DeleteOlderThanDays{days};
-          settings.deleteOnRestart = onRestart;
-          operations.persist(settings);
+          operations.change([&](RetentionSettings& settings) {
+            settings.policy = VideoRetention::Disabled{};
+            if (days != never) settings.policy = VideoRetention::DeleteOlderThanDays{days};
+            settings.deleteOnRestart = onRestart;
+          });
           return {};
         } catch (const std::exception& error) {
           return std::string("not changed: ") + error.what();

@@ -7,6 +7,7 @@
 #include "AmbitudeAppKit/Present/RecordingsPage.h"
 #include "AmbitudeAppKit/Stores/BackgroundQueue.h"
 #include "AmbitudeAppKit/Views/Page.h"
+#include "CaptureShared/Foundation/Clock.h"
 
 class QCheckBox;
 class QComboBox;
@@ -24,9 +25,10 @@ class RecordingsView : public Page {
   /// What the page does to the disk; called off the main thread, one at a time.
   struct Operations {
     std::function<RetentionSettings()> settings;
-    std::function<void(const RetentionSettings&)> persist;  ///< throws `std::system_error`
+    std::function<void(const RetentionSettingsStore::Change&)> change;  ///< throws what `RetentionSettingsStore::change` does
     std::function<RecordingsPage()> preview;
     std::function<std::vector<std::string>()> apply;
+    std::function<std::int64_t()> nowMs = Clock::system().nowMs;
   };
   explicit RecordingsView(Operations operations, QWidget* parent = nullptr);
   void shown() override;
@@ -41,11 +43,11 @@ class RecordingsView : public Page {
   Operations operations_;
   QComboBox* days_ = nullptr;
   QCheckBox* onRestart_ = nullptr;
-  QLabel *summary_ = nullptr, *told_ = nullptr;
+  QLabel *protection_ = nullptr, *summary_ = nullptr, *told_ = nullptr;
   QTableWidget* table_ = nullptr;
   QPushButton* delete_ = nullptr;
   int pendingSaves_ = 0;  ///< while there are any, the controls hold what the person wants and the file doesn't yet
-  BackgroundQueue queue_;
+  BackgroundQueue queue_{BackgroundQueue::AtEnd::finish};  ///< what was chosen is kept, whatever is closed meanwhile
 };
 
 }  // namespace halvo

@@ -259,6 +259,7 @@ void ReviewView::showQuestion() {
   grid->setContentsMargins(0, 0, 0, 0);
   const bool isNarrow = Theme::scaled(100) > 140;
   const auto perColumn = isNarrow ? offered.size() : (offered.size() + 1) / 2;
+  int behind = 1;  // what takes the rest of the width: the hints, or nothing
   for (std::size_t i = 0; i < offered.size(); ++i) {
     const auto words = qt(offered[i].words), hint = qt(offered[i].hint);
     auto* button = Widgets::button(tr("%1  %2").arg(i + 1).arg(words), [this, i] { choose(i); },
@@ -267,10 +268,13 @@ void ReviewView::showQuestion() {
     button->setStyleSheet("text-align: left");
     const auto row = static_cast<int>(i % perColumn), column = 2 * static_cast<int>(i / perColumn);
     grid->addWidget(button, row, column);
-    if (!hint.isEmpty()) grid->addWidget(Widgets::note(hint), row, column + 1);
+    if (!hint.isEmpty()) {
+      grid->addWidget(Widgets::note(hint), row, column + 1);
+      grid->setColumnStretch(column + 1, 1);
+    }
+    behind = column + 1;
   }
-  grid->setColumnStretch(1, 1);
-  if (!isNarrow) grid->setColumnStretch(3, 1);
+  grid->setColumnStretch(behind, 1);
   asked_->addWidget(box);
   const auto step = page_.step;
   comment_->setVisible(isRevising_ || step == Step::blind || step == Step::gate);

@@ -4,8 +4,9 @@
 #include <QFontMetrics>
 #include <QLayout>
 #include <QPalette>
-#include <QStyleFactory>
 #include <QWidget>
+
+#include "AmbitudeAppKit/Views/ThemeStyle.h"
 
 namespace halvo {
 
@@ -67,7 +68,6 @@ QPalette paletteOf(const Theme& t) {
 
 QString sheetOf(const Theme& t) {
   return QString(R"(
-    QWidget { color: %text; }
     QScrollArea, QScrollArea > QWidget > QWidget { background: transparent; border: none; }
     QLineEdit, QPlainTextEdit, QTextEdit { background: %surface; border: 1px solid %line; border-radius: %r; padding: %p; }
     QLineEdit:focus, QPlainTextEdit:focus, QTextEdit:focus { border: 2px solid %accent; }
@@ -89,10 +89,10 @@ QString sheetOf(const Theme& t) {
     QScrollBar::add-line, QScrollBar::sub-line, QScrollBar::add-page, QScrollBar::sub-page
       { background: none; border: none; width: 0; height: 0; }
     QTableView, QListView, QTreeView { background: %surface; border: 1px solid %line; border-radius: %r; gridline-color: %line; }
-    QTableView::item { padding: 0 %p; }
     QHeaderView::section { background: %raised; border: none; border-bottom: 1px solid %line; padding: %p; }
     QAbstractScrollArea::corner { background: transparent; border: none; }
-    QComboBox, QAbstractSpinBox { min-height: %h; }
+    QComboBox, QAbstractSpinBox { min-height: %h; padding: 0 %p; }
+    QComboBox { min-height: %b; }
     QCheckBox::indicator { width: %i; height: %i; }
     QProgressBar { background: %raised; border: 1px solid %line; border-radius: %r; text-align: center; }
     QProgressBar::chunk { background: %accent; border-radius: %r; }
@@ -112,6 +112,7 @@ QString sheetOf(const Theme& t) {
       .replace("%muted", t.muted.name())
       .replace("%onAccent", t.onAccent.name())
       .replace("%accent", t.accent.name())
+      .replace("%b", QString::number(Theme::scaled(28)) + "px")
       .replace("%h", QString::number(Theme::scaled(24)) + "px")
       .replace("%i", QString::number(Theme::scaled(14)) + "px")
       .replace("%q", QString::number(Theme::scaled(9)) + "px")
@@ -134,7 +135,7 @@ void Theme::install(QApplication& application, Mode mode, int textPercent) {
   else
     font.setPixelSize(font.pixelSize() * textPercent / 100);
   installed = mode == Mode::dark || (mode == Mode::automatic && desktopIsDark) ? dark() : light();
-  QApplication::setStyle(QStyleFactory::create("Fusion"));
+  QApplication::setStyle(new ThemeStyle);
   QApplication::setPalette(paletteOf(installed));
   QApplication::setFont(font);
   application.setStyleSheet(sheetOf(installed));

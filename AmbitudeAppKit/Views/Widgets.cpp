@@ -1,14 +1,19 @@
 #include "AmbitudeAppKit/Views/Widgets.h"
 
+#include <algorithm>
+
+#include <QApplication>
 #include <QFrame>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLayoutItem>
 #include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QStyle>
 #include <QTableWidget>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include "AmbitudeAppKit/Views/Theme.h"
@@ -77,6 +82,21 @@ QFrame* card(QVBoxLayout*& column) {
   return frame;
 }
 
+namespace {
+
+/// As high as its rows, or as some of them with the rest to be scrolled to; never a part of one.
+void fitRows(QTableWidget* table) {
+  constexpr int atOnce = 6;
+  int height = table->horizontalHeader()->sizeHint().height() + 2;  // and its frame
+  for (int i = 0; i < std::min(table->rowCount(), atOnce); ++i) {
+    if (table->verticalHeader()->sectionResizeMode(i) == QHeaderView::ResizeToContents) table->resizeRowToContents(i);
+    height += table->rowHeight(i);
+  }
+  table->setFixedHeight(height);
+}
+
+}  // namespace
+
 QTableWidget* table(const QStringList& headers, const QString& description) {
   auto* made = new QTableWidget(0, static_cast<int>(headers.size()));
   made->setHorizontalHeaderLabels(headers);
@@ -90,7 +110,8 @@ QTableWidget* table(const QStringList& headers, const QString& description) {
   made->setSelectionBehavior(QAbstractItemView::SelectRows);
   made->setTabKeyNavigation(false);
   made->setVisible(false);  // until there are rows
-  Theme::follow(made, [made] { made->setMinimumHeight(Theme::scaled(200)); });
+  made->horizontalHeader()->setHighlightSections(false);
+  Theme::follow(made, [made] { QTimer::singleShot(0, made, [made] { fitRows(made); }); });  // when the rows have their new height
   return made;
 }
 
@@ -98,6 +119,7 @@ void fill(QTableWidget* into, const std::vector<QStringList>& rows) {
   into->setRowCount(static_cast<int>(rows.size()));
   for (int i = 0; i < into->rowCount(); ++i)
     for (int c = 0; c < into->columnCount(); ++c) into->setItem(i, c, new QTableWidgetItem(rows[static_cast<std::size_t>(i)].value(c)));
+  fitRows(into);
   into->setVisible(!rows.empty());
 }
 
@@ -115,6 +137,14 @@ QVBoxLayout* scrollingColumn(QWidget* page) {
   area->setWidget(content);
   outer->addWidget(area);
   return column;
+}
+
+void setLines(QPlainTextEdit* field, int lines) {
+  Theme::follow(field, [=] {
+    // Below the last line there is no margin: a further line would show in it. The frame is that of one that has the focus.
+    const auto around = field->document()->documentMargin() + 2 * (Theme::scaled(6) + 2);
+    field->setFixedHeight(static_cast<int>(lines * QFontMetricsF(QApplication::font()).lineSpacing() + around + 0.5));
+  });
 }
 
 void giveBack(const QString& words, QLineEdit* line) { line->setText((words + ' ' + line->text()).trimmed()); }

@@ -11,6 +11,7 @@
 class QFrame;
 class QLabel;
 class QLineEdit;
+class QPlainTextEdit;
 class QPushButton;
 class QTableWidget;
 class QVBoxLayout;
@@ -43,6 +44,8 @@ QTableWidget* table(const QStringList& headers, const QString& description);
 void fill(QTableWidget* table, const std::vector<QStringList>& rows);
 /// The column of a page: margins, and a scroll bar when the window is too small for it.
 QVBoxLayout* scrollingColumn(QWidget* page);
+/// Makes a field as high as this many lines of text.
+void setLines(QPlainTextEdit* field, int lines);
 /// Words that could not be kept go back into their line, in front of what was typed since.
 void giveBack(const QString& words, QLineEdit* line);
 /// Takes everything out of a layout and deletes it.

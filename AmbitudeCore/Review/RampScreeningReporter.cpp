@@ -16,6 +16,7 @@ std::string RampLoadPhase::text(const Phase& phase) {
 
 IsRenderable RampScreeningReporter::watching(IsRenderable isRenderable) {
   return [this, isRenderable = std::move(isRenderable)](std::int64_t atMs) {
+    if (isRenderable && onProgress) onProgress(RampLoadPhase::LocatingFrames{.resolved = found, .total = requested});
     const bool is = !isRenderable || isRenderable(atMs);
     ++screened;
     found += is;

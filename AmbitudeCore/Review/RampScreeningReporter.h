@@ -13,6 +13,7 @@ struct ScreeningCandidates {
   std::int64_t found = 0, requested = 0, screened = 0;
   bool operator==(const ScreeningCandidates&) const = default;
 };
+/// A moment's frame is being looked for on the disk.
 struct LocatingFrames {
   std::int64_t resolved = 0, total = 0;
   bool operator==(const LocatingFrames&) const = default;

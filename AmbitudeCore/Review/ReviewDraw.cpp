@@ -63,6 +63,7 @@ std::optional<ReviewSession> draw(const Request& request, const Calendar& calend
   } else {
     samples = RampSampleSelector::selectBatch(selection);
   }
+  if (reporter.onProgress) reporter.onProgress(RampSampleSelector::RampLoadPhase::Ready());
   if (samples.empty()) return std::nullopt;
   auto batch = ReviewBatch::make(std::move(samples), request.mode, selection.seed, request.asOfMs);
   batch.notice = std::move(notice);

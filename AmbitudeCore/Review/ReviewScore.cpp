@@ -26,8 +26,7 @@ bool isBlindRandom(const Row& row) {
   return RampSampleReplaySelection::isBlind(row) && row.notes && row.notes->find("mode=verdict_blind") != std::string::npos;
 }
 
-/// These follow from the declaration alone; no review asks for them, so there is nothing to agree with.
-bool isJudgment(std::string_view state) { return state != "ABSTAINED" && state != "NO_TASK" && state != "BREAK"; }
+bool isDeclared(std::string_view state) { return state == "NO_TASK" || state == "BREAK"; }
 
 std::optional<double> share(std::int64_t part, std::int64_t whole) {
   return whole > 0 ? std::optional(static_cast<double>(part) / static_cast<double>(whole)) : std::nullopt;
@@ -55,7 +54,7 @@ Score score(std::span<const LabelHistory::Row> rows, std::span<const ClassifierT
   std::set<std::int64_t> wanted;
   for (const auto& row : replay) wanted.insert(row.t0Ms);
   for (const auto& tick : ticks)
-    if (const auto atMs = tick.atMs(); atMs && wanted.contains(*atMs) && tick.state && isJudgment(*tick.state))
+    if (const auto atMs = tick.atMs(); atMs && wanted.contains(*atMs) && tick.state && *tick.state != "ABSTAINED")
       // The word of an older build for the same thing.
       verdicts[*atMs] = *tick.state == "OFF_TASK" ? "NOT_ALIGNED" : *tick.state;
   Score told{.revisionsPassed = static_cast<std::int64_t>(RampSampleReplaySelection::groupsWithExcludedRevision(replay).size())};
@@ -65,6 +64,7 @@ Score score(std::span<const LabelHistory::Row> rows, std::span<const ClassifierT
     if (evidence == Evidence::blindRandom && !isBlindRandom(row)) ++told.otherEvidence;
     else if (!truth) ++told.noTruth;
     else if (verdict == verdicts.end()) ++told.noVerdict;
+    else if (isDeclared(verdict->second)) ++told.declared[verdict->second];
     else {
       const bool agrees = verdict->second == *truth;
       ++told.scored, told.agreed += agrees;

@@ -38,6 +38,8 @@ struct Score {
   std::int64_t agreed = 0;
   std::int64_t noTruth = 0;          ///< left out: the label names no state
   std::int64_t noVerdict = 0;        ///< left out: nothing was judged then, or no longer stands in the log
+  /// Left out, by state: BREAK and NO_TASK follow from the declaration alone, and no answer of a review could agree with them.
+  std::map<std::string, std::int64_t> declared = {};
   std::int64_t otherEvidence = 0;    ///< left out: not the evidence that was asked for
   std::int64_t revisionsPassed = 0;  ///< newer answers after the reveal, passed over for the blind one
   bool operator==(const Score&) const = default;

@@ -26,6 +26,10 @@ std::filesystem::path home(const Environment& environment) {
 }
 
 std::filesystem::path supportDir(const Environment& environment) { return home(environment) / "Library/Application Support/AmbitCapture"; }
+std::filesystem::path configDir(const Environment& environment) {
+  if (const auto named = value(environment, "XDG_CONFIG_HOME"); named && named->starts_with('/')) return *named;
+  return home(environment) / ".config";
+}
 std::filesystem::path logsRoot(const Environment& environment) { return home(environment) / "Library/Logs"; }
 
 std::filesystem::path systemTemp(const Environment& environment) {

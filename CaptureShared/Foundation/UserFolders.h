@@ -11,6 +11,8 @@ namespace halvo::UserFolders {
 std::filesystem::path home(const Environment& environment);
 /// "Library/Application Support/AmbitCapture" under home.
 std::filesystem::path supportDir(const Environment& environment);
+/// XDG_CONFIG_HOME when it is an absolute path, else ".config" under home.
+std::filesystem::path configDir(const Environment& environment);
 /// "Library/Logs" under home.
 std::filesystem::path logsRoot(const Environment& environment);
 

@@ -33,8 +33,11 @@ SharedCache& shared() {
   return value;
 }
 
-/// The body that a line stands for; absent when it is no declaration row.
-std::optional<std::string> bodyOf(std::string_view line, const Calendar& calendar) {
+/// What a row says is declared: the body, or absent when it says nothing readable.
+using Body = std::optional<std::string>;
+
+/// Absent when the line is no declaration row.
+std::optional<Body> bodyOf(std::string_view line, const Calendar& calendar) {
   // Nearly no line is one of the two: look before parsing.
   if (line.find("task_declared") == std::string_view::npos && line.find("task_cleared") == std::string_view::npos) return std::nullopt;
   const auto row = JSONValue::parse(line);
@@ -43,17 +46,18 @@ std::optional<std::string> bodyOf(std::string_view line, const Calendar& calenda
   const auto type = object->string("type");
   const auto tsMs = object->integer("ts_ms");
   const auto* detail = object->find("detail");
-  if (!type || !tsMs || !detail) return std::nullopt;
+  if (!type || !tsMs || !detail || (type != IntentionWriter::declaredType && type != IntentionWriter::clearedType)) return std::nullopt;
   const auto* fields = detail->objectValue();
   return taskFileBody(*type, fields ? std::optional(*fields) : std::nullopt, *tsMs, calendar);
 }
 
 struct Scan {
-  std::optional<std::string> body;
+  Body body;
   std::int64_t completeUpTo = 0;
 };
 
-Scan scanForward(const FileHandle& file, std::int64_t from, std::int64_t to, std::optional<std::string> body, const Calendar& calendar) {
+/// Throws `std::system_error` for a range that can't be read.
+Scan scanForward(const FileHandle& file, std::int64_t from, std::int64_t to, Body body, const Calendar& calendar) {
   LineSplitter lines;
   auto at = from;
   while (at < to) {
@@ -61,10 +65,21 @@ Scan scanForward(const FileHandle& file, std::int64_t from, std::int64_t to, std
     if (bytes.empty()) break;
     at += static_cast<std::int64_t>(bytes.size());
     lines.feed(bytes, [&](std::string_view line) {
-      if (auto found = bodyOf(line, calendar)) body = std::move(found);
+      if (auto found = bodyOf(line, calendar)) body = *std::move(found);
     });
   }
   return {std::move(body), at - static_cast<std::int64_t>(lines.pendingBytes())};
+}
+
+/// Absent when what came can't be told by itself: no newline stands in front of it (the file was made anew under the inode it had), or it
+/// can't be read.
+std::optional<Scan> scanAppended(const FileHandle& handle, const Cache& cache, std::int64_t size, const Calendar& calendar) {
+  try {
+    if (handle.readAt(static_cast<std::uint64_t>(cache.completeUpTo - 1), 1) != "\n") return std::nullopt;
+    return scanForward(handle, cache.completeUpTo, size, cache.body, calendar);
+  } catch (const std::system_error&) {
+    return std::nullopt;
+  }
 }
 
 Scan scanBackward(const FileHandle& file, std::int64_t size, const Calendar& calendar) {
@@ -87,12 +102,12 @@ Scan scanBackward(const FileHandle& file, std::int64_t size, const Calendar& cal
     }
     std::string_view rest(chunk);
     for (auto newline = rest.rfind('\n'); newline != std::string_view::npos; newline = rest.rfind('\n')) {
-      if ((scan.body = bodyOf(rest.substr(newline + 1), calendar))) return scan;
+      if (auto found = bodyOf(rest.substr(newline + 1), calendar)) return {*std::move(found), scan.completeUpTo};
       rest = rest.substr(0, newline);
     }
     carried = rest;
   }
-  if (!tornTail) scan.body = bodyOf(carried, calendar);
+  if (!tornTail) scan.body = bodyOf(carried, calendar).value_or(std::nullopt);
   return scan;
 }
 
@@ -129,15 +144,11 @@ std::optional<std::string> read(const std::filesystem::path& file) {
     if (sameFile && cache->identity == now) return cache->body;
     const auto calendar = Calendar::local();
     const auto handle = FileHandle::openForRead(file);
-    Scan scan;
-    // No newline in front of what came: the file was made anew under the inode it had.
-    const auto startsALine = [&] { return handle.readAt(static_cast<std::uint64_t>(cache->completeUpTo - 1), 1) == "\n"; };
-    if (sameFile && now.size >= cache->identity.size && cache->completeUpTo >= 1 && startsALine())
-      scan = scanForward(handle, cache->completeUpTo, now.size, cache->body, calendar);
-    else
-      scan = scanBackward(handle, now.size, calendar);
-    cache = Cache{file, now, scan.completeUpTo, scan.body};
-    return scan.body;
+    std::optional<Scan> scan;
+    if (sameFile && now.size >= cache->identity.size && cache->completeUpTo >= 1) scan = scanAppended(handle, *cache, now.size, calendar);
+    if (!scan) scan = scanBackward(handle, now.size, calendar);
+    cache = Cache{file, now, scan->completeUpTo, scan->body};
+    return scan->body;
   } catch (const std::system_error&) {
     cache.reset();
     return std::nullopt;

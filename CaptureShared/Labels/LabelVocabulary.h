@@ -10,7 +10,7 @@ enum class Tone { aligned, caveat, diverged, away, unknown };
 
 /// `unknown` for "ambiguous", "no_task" and whatever is no label.
 Tone tone(std::string_view forStored);
-/// "on task", "right work, over time", ...; a text that is no label stands as it is.
+/// "on task", "on task, over time", ...; a text that is no label stands as it is.
 std::string displayName(std::string_view forStored);
 /// The same for a state; `displayNameForState` of "NOT_ALIGNED" is "not aligned".
 std::string displayNameForState(std::string_view forClassifierState);

@@ -20,7 +20,7 @@ auto telling(Kind kind, F&& body) {
   try {
     return body();
   } catch (const SQLiteError& error) {
-    throw LabelsWriterError(kind, error.what());
+    throw LabelsWriterError(error.isBusy() ? Kind::stepFailed : kind, error.what());
   }
 }
 
@@ -30,6 +30,7 @@ void insert(const Label& label, const Calendar& calendar, const std::filesystem:
   // Every writer folds its row into the file as it closes: a copy of the file alone then has all rows.
   auto db = telling(Kind::openFailed, [&] { return SQLiteDB(path, SQLiteDB::Role::owner); });
   auto statement = telling(Kind::prepareFailed, [&] {
+    db.run("PRAGMA synchronous=FULL;");  // a kept answer outlives a power cut
     LabelsSchema::create(db);
     return db.prepare(insertText);
   });

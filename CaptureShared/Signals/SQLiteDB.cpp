@@ -1,5 +1,6 @@
 #include "CaptureShared/Signals/SQLiteDB.h"
 
+#include <chrono>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -24,6 +25,8 @@ constexpr int busyTimeoutMs = 5000;
 bool SQLiteError::isCorrupt() const { return code_ == SQLITE_CORRUPT || code_ == SQLITE_NOTADB; }
 bool SQLiteError::isFull() const { return code_ == SQLITE_FULL || code_ == SQLITE_IOERR; }
 
+bool SQLiteError::isBusy() const { return code_ == SQLITE_BUSY || code_ == SQLITE_LOCKED; }
+
 SQLiteDB::SQLiteDB(const std::filesystem::path& file, Role role) : db_(nullptr, sqlite3_close_v2) {
   const int flags = role == Role::reader ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   // Only ever a new file: closing one that this process has open elsewhere would drop that connection's locks.
@@ -40,8 +43,26 @@ SQLiteDB::SQLiteDB(const std::filesystem::path& file, Role role) : db_(nullptr, 
     sqlite3_db_config(db, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
   }
   if (role != Role::reader) {
-    run("PRAGMA journal_mode=WAL;");
+    useWriteAheadLog();
     run("PRAGMA synchronous=NORMAL;");
+  }
+}
+
+/// The first to come switches the file over, and whoever comes meanwhile is turned away at once: SQLite doesn't wait here by itself.
+void SQLiteDB::useWriteAheadLog() {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(busyTimeoutMs);
+  const auto isInUse = [this] {
+    auto mode = prepare("PRAGMA journal_mode;");
+    return mode.step() && mode.optionalText(0) == "wal";
+  };
+  while (true) {
+    try {
+      if (!isInUse()) run("PRAGMA journal_mode=WAL;");
+      return;
+    } catch (const SQLiteError& error) {
+      if (!error.isBusy() || std::chrono::steady_clock::now() > deadline) throw;
+    }
+    sqlite3_sleep(5);
   }
 }
 

@@ -22,6 +22,7 @@ class SQLiteError : public std::runtime_error {
   int code() const { return code_; }  ///< SQLite's primary result code
   bool isCorrupt() const;
   bool isFull() const;
+  bool isBusy() const;  ///< another holds the lock, for longer than was waited
 
  private:
   int code_;
@@ -99,6 +100,7 @@ class SQLiteDB {
   }
 
  private:
+  void useWriteAheadLog();
   std::unique_ptr<sqlite3, int (*)(sqlite3*)> db_;
 };
 

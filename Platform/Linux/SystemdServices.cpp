@@ -64,13 +64,13 @@ std::string SystemdServices::render(const Properties& properties) {
   return text;
 }
 
-SystemdServices::Called SystemdServices::call(std::vector<std::string> words) const {
+SystemdServices::Called SystemdServices::call(std::vector<std::string> words, double patienceSec) const {
   words.insert(words.begin(), "--user");
   // Its errors are told with its output: a person needs both.
   std::vector<std::string> arguments{"-c", "exec \"$0\" \"$@\" 2>&1", options_.systemctl};
   arguments.insert(arguments.end(), words.begin(), words.end());
   try {
-    const auto output = Spawn::capture("/bin/sh", arguments, {}, options_.patienceSec);
+    const auto output = Spawn::capture("/bin/sh", arguments, {}, patienceSec);
     if (!output) return {.output = options_.systemctl + " does not answer"};
     return {output->exitStatus, std::string(Text::trim(Text::scrubbed(output->standardOutput)))};
   } catch (const std::system_error& error) {
@@ -79,14 +79,14 @@ SystemdServices::Called SystemdServices::call(std::vector<std::string> words) co
 }
 
 std::optional<ServiceManager::Failure> SystemdServices::tried(std::vector<std::string> words) const {
-  const auto called = call(std::move(words));
+  const auto called = call(std::move(words), options_.changePatienceSec);
   if (called.status == 0) return std::nullopt;
   // 4: insufficient privilege, as for the init scripts.
   return posixFailure(called.status == 4 ? EACCES : called.status < 0 ? errnoOfUnansweredCall : EIO, called.output);
 }
 
 std::optional<SystemdServices::Properties> SystemdServices::show(const std::string& unit) const {
-  const auto called = call({"show", shownProperties, "--", unit});
+  const auto called = call({"show", shownProperties, "--", unit}, options_.patienceSec);
   if (called.status != 0) return std::nullopt;
   auto properties = parseShow(called.output);
   if (field(properties, "LoadState").empty()) return std::nullopt;
@@ -100,7 +100,7 @@ std::string SystemdServices::mainUnit(const std::string& label) const {
 }
 
 ServiceManager::Print SystemdServices::print(const std::string& label) {
-  const auto called = call({"show", shownProperties, "--", label + ".service"});
+  const auto called = call({"show", shownProperties, "--", label + ".service"}, options_.patienceSec);
   if (called.status != 0) return Failed{called.output};
   const auto properties = parseShow(called.output);
   const auto loadState = field(properties, "LoadState");
@@ -123,6 +123,11 @@ std::optional<bool> SystemdServices::isDisabled(const std::string& label) {
   return state == "masked" || state == "masked-runtime" || state == "disabled" || field(*properties, "LoadState") == "masked";
 }
 
+bool SystemdServices::isOnlyNotTurnedOn(const std::string& label) {
+  const auto properties = show(mainUnit(label));
+  return properties && field(*properties, "UnitFileState") == "disabled" && field(*properties, "LoadState") != "masked";
+}
+
 std::optional<ServiceStatus> SystemdServices::status(const std::string& label) {
   const auto files = options_.unitFiles(label);
   if (files.empty()) return ServiceStatus::notFound;
@@ -134,7 +139,9 @@ std::optional<ServiceStatus> SystemdServices::status(const std::string& label) {
 }
 
 std::optional<ServiceManager::Failure> SystemdServices::kickstart(const std::string& label) {
-  return tried({"restart", "--", label + ".service"});
+  std::vector<std::string> words{"restart", "--", label + ".service"};
+  if (mainUnit(label) != words.back()) words.insert(words.begin() + 1, "--no-block");
+  return tried(words);
 }
 
 std::optional<ServiceManager::Failure> SystemdServices::bootout(const std::string& label) {
@@ -146,6 +153,20 @@ std::optional<ServiceManager::Failure> SystemdServices::bootout(const std::strin
 std::optional<ServiceManager::Failure> SystemdServices::registerService(const std::string& label) {
   const auto files = options_.unitFiles(label);
   if (files.empty()) return posixFailure(ENOENT, "no unit for " + label);
+  return reinstate(label, files);
+}
+
+std::vector<UnitFile> SystemdServices::registrationFiles(const std::string& label) {
+  std::vector<UnitFile> files;
+  try {
+    for (const auto& file : options_.unitFiles(label)) files.push_back({file.name, readFile(options_.unitFolder / file.name)});
+  } catch (const std::system_error&) {
+    return {};  // half a registration is none
+  }
+  return files;
+}
+
+std::optional<ServiceManager::Failure> SystemdServices::reinstate(const std::string& label, const std::vector<UnitFile>& files) {
   try {
     fs::create_directories(options_.unitFolder);
     for (const auto& file : files) writeFileAtomically(options_.unitFolder / file.name, file.text);
@@ -160,7 +181,7 @@ std::optional<ServiceManager::Failure> SystemdServices::registerService(const st
     return failure;
   }
   // What comes of the start is looked at afterwards: a job that ended at once is registered all the same.
-  call({"start", "--", mainUnit(label)});
+  call({"start", "--", mainUnit(label)}, options_.changePatienceSec);
   return std::nullopt;
 }
 
@@ -174,10 +195,14 @@ std::optional<ServiceManager::Failure> SystemdServices::unregister(const std::st
   if (auto failure = bootout(label)) return failure;
   if (auto failure = tried({"disable", "--", mainUnit(label)})) return failure;
   // When a persistent timer last ran is a file too; without it there is nothing to clean, which is no failure.
-  if (const auto unit = mainUnit(label); unit != label + ".service") call({"clean", "--what=state", "--", unit});
+  if (const auto unit = mainUnit(label); unit != label + ".service")
+    call({"clean", "--what=state", "--", unit}, options_.changePatienceSec);
   for (const auto& file : options_.unitFiles(label))
     if (fs::remove(options_.unitFolder / file.name, error); error) return posixFailure(error.value(), error.message());
-  return tried({"daemon-reload"});
+  if (auto failure = tried({"daemon-reload"})) return failure;
+  // A unit that failed stays listed without its file until then; one that did not is no failure.
+  for (const auto& file : options_.unitFiles(label)) call({"reset-failed", "--", file.name}, options_.changePatienceSec);
+  return std::nullopt;
 }
 
 }  // namespace halvo

@@ -3,6 +3,9 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
+
+#include "Platform/Services/UnitFile.h"
 
 namespace halvo {
 
@@ -37,6 +40,8 @@ class ServiceManager {
   virtual Print print(const std::string& label) = 0;
   /// Whether the person or the system holds the job off; absent when that can't be told.
   virtual std::optional<bool> isDisabled(const std::string& label) = 0;
+  /// Whether all that holds the job off is a registration that was not turned on, which is also what a broken-off one leaves.
+  virtual bool isOnlyNotTurnedOn(const std::string& label) = 0;
   /// Absent when that can't be told.
   virtual std::optional<ServiceStatus> status(const std::string& label) = 0;
   /// Ends the job if it runs and starts it.
@@ -45,6 +50,10 @@ class ServiceManager {
   virtual std::optional<Failure> bootout(const std::string& label) = 0;
   virtual std::optional<Failure> registerService(const std::string& label) = 0;
   virtual std::optional<Failure> unregister(const std::string& label) = 0;
+  /// The files of the registration that stands, for `reinstate`; none when there is none.
+  virtual std::vector<UnitFile> registrationFiles(const std::string& label) = 0;
+  /// Registers with these files in place of this copy's own, and starts the job.
+  virtual std::optional<Failure> reinstate(const std::string& label, const std::vector<UnitFile>& files) = 0;
   /// Starts the job that an older installation left with the manager.
   virtual std::optional<Failure> loadLegacy(const std::string& label) = 0;
 };

@@ -66,11 +66,17 @@ TEST_F(ServiceCommandTest, livesUnderTheServiceManager) {
   agent("Consolidate", "exit 0");
   agent("ClassifierVerify", "exit 3");
   agent("LocalModel", "exit 69");
+  // Ends whoever calls it with the word that is in the file "at", before that is done.
+  agent("systemctl", "[ ! -e $F/at ] || [ \"$2\" != \"$(cat $F/at)\" ] || { rm $F/at; kill -9 $PPID; exit; }; exec /usr/bin/systemctl \"$@\"");
   const int status = underSystemd(
       "R=\"$HOME/Library/Application Support/AmbitCapture/data\"; printf '%s\\n' \"$R\" '' '' 'My Vault' start > $F/answers\n"
       "halvo setup --from-here < $F/answers; cat $HOME/.config/environment.d/60-halvo.conf; ls -ld \"$R\"; halvo services\n"
       "before=$(systemctl --user show -P MainPID com.brindle.lark.supervisor.direct); halvo services restart capture\n"
       "[ $before != $(systemctl --user show -P MainPID com.brindle.lark.supervisor.direct) ] && echo another process\n"
+      "sed -i 's/My Vault/Next Vault/' $F/answers; halvo setup --from-here < $F/answers | sed 's/^/2: /'\n"
+      "tr '\\0' '\\n' < /proc/$(systemctl --user show -P MainPID com.brindle.lark.supervisor.direct)/environ | sed -n 's/^AMBITCAP_DENYLIST/runs with/p'\n"
+      "halvo services remove coach; for word in daemon-reload enable start; do echo $word > $F/at; halvo services install coach --from-here; done\n"
+      "halvo services install coach --from-here; halvo services | sed -n 's/^Coach/anyhow Coach/p'\n"
       "halvo services stop coach; halvo services | sed -n 's/^Coach/then Coach/p'\n"
       "halvo services begin; halvo services | sed -n 's/^Coach/at last Coach/p'\n"
       "cat $F/own; printf '#!/bin/sh\\ntrap : TERM; while :; do sleep 1; done' > $F/bin/LocalModel; halvo services restart model\n"
@@ -82,7 +88,7 @@ TEST_F(ServiceCommandTest, livesUnderTheServiceManager) {
       "mount --bind $F/id /etc/machine-id && echo remove | halvo uninstall; echo refused $?; umount /etc/machine-id\n"
       "echo 0123456789abcdef0123456789abcdef > $F/id; mount --bind $F/id /etc/machine-id\n"
       "echo no | halvo uninstall; ls \"$R\" | tr '\\n' ' '\n"
-      "echo remove | halvo uninstall; echo gone $?; find $HOME $TMPDIR -type f");
+      "echo remove | halvo uninstall; echo gone $?; systemctl --user list-units --all --plain --no-legend 'com.brindle*'; find $HOME $TMPDIR -type f");
   if (status == 90) {
     std::puts("no systemd can run for this account: not shown");
     return;
@@ -90,11 +96,35 @@ TEST_F(ServiceCommandTest, livesUnderTheServiceManager) {
   for (const char* pattern :
        {"Classifier +Set up, but it didn't start", "rolled back: the job exited 3", "AMBITCAP_DENYLIST=\".*,My Vault\"", "drwx------.*data",
         "Capture +running +[0-9]+ +-", "Coach +running", "Nightly memory +waiting for its first run", "Classifier +not installed",
-        "Local model +failing +- +69", "another process", "then Coach +stopped", "at last Coach +running",
+        "Local model +failing +- +69", "another process", "runs with=.*,Next Vault", "anyhow Coach +running", "then Coach +stopped", "at last Coach +running",
         "Coach +running [^\n]*has not been at work yet", "its own 700 /run/user/halvo-capture", "killed after [3-9] s", "rests without its program",
         "so nothing was deleted.\nrefused 1", "nothing was removed\ndiary io-layer signals.sqlite video", "not Halvo's, so it stays \\(1\\):\n  diary",
         "removed\ngone 0\n[^\n]*/data/diary\n$"})
     EXPECT_TRUE(saw(pattern)) << pattern << "\n" << said;
+}
+
+TEST_F(ServiceCommandTest, uninstallTakesOnlyWhatItSaidAndNoKeyOfWhatStays) {
+  const std::string functions =
+      "S=\"$HOME/Library/Application Support/AmbitCapture\"; rm -rf $HOME $F/a $F/b; mkdir -p \"$S/keys\" $F/a; echo k > \"$S/keys/k\"\n"
+      "configured() { printf '{\"dataRoot\": \"%s\"}' \"$1\" > \"$S/config.json\"; }\n"
+      "recorded() { mkdir -p \"$1/video/display-0\"; echo x > \"$1/video/display-0/x.mkv\"; echo mine > \"$1/diary\"; }\n";
+  const std::string uninstall = "\necho remove | halvo uninstall; echo status $?; find $HOME $F/a $F/b -type f 2>/dev/null | sed 's,.*/,,' | sort | xargs echo left:";
+  const struct {
+    const char *layout, *want;
+  } cases[] = {
+      {"recorded \"$S/data\"; configured \"$S/data\"; export AMBITCAP_DATA_ROOT=$F/a", "without their key\nstatus 1\nleft: config.json diary k x.mkv"},
+      {"recorded $F/b; configured $F/b; export AMBITCAP_DATA_ROOT=$F/a", "without their key\nstatus 1\nleft: config.json diary k x.mkv"},
+      {"export AMBITCAP_DATA_ROOT=$F/b", "without their key\nstatus 1\nleft: k"},
+      {"recorded \"$S\"; configured \"$S\"", "it stays \\(1\\):\n  diary\n[^]*status 0\nleft: diary"},
+      {"recorded \"$S/data\"; ln -s \"$S/data\" $HOME/link; configured $HOME/link", "it stays \\(1\\):\n  diary\n[^]*status 0\nleft: diary"},
+      {"recorded \"$S/data\"; echo { > \"$S/config.json\"", "can't be read[^]*status 1\nleft: config.json diary k x.mkv"},
+      {"recorded $F/b; recorded \"$S/data\"; configured $F/b; echo > \"$S/notes\"", "  diary\n[^]*  diary\n[^]*status 0\nleft: diary diary notes"},
+      {"mkdir -p $HOME/Library/LaunchAgents; echo > $HOME/Library/LaunchAgents/com.brindle.lark.coach.direct.plist",
+       "old installation, to be deleted[^]*status 0\nleft:\n"}};
+  for (const auto& c : cases) {
+    sh(functions + c.layout + uninstall);
+    EXPECT_TRUE(saw(c.want)) << c.layout << "\n" << said;
+  }
 }
 
 TEST_F(ServiceCommandTest, setUpEndedBeforeItsLastQuestionChangesNothing) {

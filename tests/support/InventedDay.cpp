@@ -116,14 +116,22 @@ void Writer::conversation() {
 }
 
 void Writer::memory() {
+  const MemoryFact due{"The essay is due on Friday", MemoryFactProvenance::asserted, {at(9, 30) - 86'400'000}};
+  const MemoryFact letters{"Letters are answered before ten", MemoryFactProvenance::inferred, {at(9, 2) - 86'400'000}};
+  MemoryStore::writeDigest({.periodStartTsMs = at(9, 0) - 86'400'000,
+                            .periodEndTsMs = at(13, 0) - 86'400'000,
+                            .generatedAtTsMs = at(3, 10),
+                            .summary = "Letters, then the essay until one.",
+                            .facts = {due, letters},
+                            .lessons = {"Mornings are for writing."}},
+                           root_);
   MemoryStore::writeStanding({.regeneratedAtTsMs = at(3, 12),
                               .digestCount = 21,
                               .threads = {{"The essay on tides", MemoryThreadStatus::active, "Due on Friday; the introduction stands."},
                                           {"Learning to sail", MemoryThreadStatus::dormant, "Comes back in videos when writing is hard."},
                                           {"Tax papers", MemoryThreadStatus::done, "Sent in February."}},
                               .lessons = {"A question helps more than a reminder.", "Mornings are for writing."},
-                              .facts = {{"The essay is due on Friday", MemoryFactProvenance::asserted, {at(9, 30) - 86'400'000}},
-                                        {"Letters are answered before ten", MemoryFactProvenance::inferred, {at(9, 2) - 86'400'000}}}},
+                              .facts = {due, letters}},
                              root_);
 }
 

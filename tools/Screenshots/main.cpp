@@ -3,11 +3,15 @@
 #include <cstdlib>
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QEventLoop>
 #include <QPixmap>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTimer>
 
+#include "AmbitudeAppKit/Views/ClipView.h"
 #include "AmbitudeAppKit/Views/ConversationPopup.h"
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
 #include "AmbitudeAppKit/Views/MainWindow.h"
@@ -21,6 +25,7 @@
 #include "tests/support/InventedDay.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/XServer.h"
+#include "tools/Screenshots/InventedMachine.h"
 #include "tools/Screenshots/InventedRecording.h"
 
 namespace {
@@ -34,9 +39,32 @@ void settle(int ms) {
   loop.exec();
 }
 
-/// The application's own needs, but for where a moment's frames are found.
+void waitFor(const std::function<bool()>& holds, int atMostMs = 60'000) {
+  for (int waited = 0; !holds() && waited < atMostMs; waited += 50) settle(50);
+}
+
+/// Shows more of a page than what it shows by itself.
+void prepare(Page& page) {
+  if (auto* clip = page.findChild<ClipView*>()) {
+    waitFor([&] { return clip->frameShown() >= 0; });
+    clip->step(1'000'000);  // to its end, the moment itself
+    const auto first = clip->frameShown();
+    waitFor([&] { return clip->frameShown() > first; });
+  }
+  if (auto* which = page.findChild<QComboBox*>("which agents")) which->setCurrentIndex(1);
+}
+
+/// Makes the window high enough for all of a page.
+void makeRoom(MainWindow& window, const QSize& ordinary, Page& page) {
+  window.resize(ordinary);
+  settle(200);
+  if (const auto* area = page.findChild<QScrollArea*>()) window.resize(ordinary + QSize(0, area->verticalScrollBar()->maximum()));
+}
+
+/// The application's own needs, but for the machine and for where a moment's frames are found.
 Pages::Needs needs(const std::filesystem::path& root, const Calendar& calendar) {
   auto made = desktopNeeds();
+  InventedMachine::putInto(made, calendar);
   const auto folder = std::make_shared<ClipFolder>(processEnvironment());
   made.review.makeClip = [=, locate = InventedRecording::locate(root, calendar)](std::int64_t atMs, const std::stop_token& stop) {
     const auto plan = RampClipPlan::plan({.judgedInstantMs = atMs, .locate = locate});
@@ -56,13 +84,16 @@ void takePictures(QApplication& application, const std::filesystem::path& root, 
     DesktopApplication desktop({.root = root, .calendar = calendar, .nowMs = [=] { return test::InventedDay::nowMs(calendar); }},
                                Pages::all(needs(root, calendar)));
     auto& window = desktop.window();
-    window.resize(1100, 760);
+    constexpr QSize ordinary(1100, 760);
+    window.resize(ordinary);
     window.show();
     settle(1'200);
     for (int i = 0; i < window.pageCount(); ++i) {
       window.showPage(i);
-      const auto page = window.page(i)->accessibleName();
-      settle(page == "Review" ? 12'000 : page == "Services" ? 4'000 : 600);  // a clip takes some seconds to make, and a service manager to answer
+      settle(600);
+      prepare(*window.page(i));
+      makeRoom(window, ordinary, *window.page(i));
+      settle(400);
       const auto name = QString("%1/%2-%3.png").arg(folder, window.page(i)->accessibleName().toLower().replace(' ', '-'),
                                                     mode == Theme::Mode::dark ? "dark" : "light");
       if (!window.grab().save(name)) std::fprintf(stderr, "not written: %s\n", qPrintable(name));
@@ -92,6 +123,7 @@ int main(int argc, char** argv) {
   QApplication application(argc, argv);
   QApplication::setFont(QFont("Inter", 10));
   InventedRecording::write(root, Calendar::local());
+  InventedMachine::write(root, Calendar::local());
   QDir().mkpath(argv[1]);
   takePictures(application, root, argv[1]);
   return 0;

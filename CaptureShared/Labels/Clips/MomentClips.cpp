@@ -23,4 +23,10 @@ MomentClip MomentClips::make(std::int64_t judgedInstantMs, const std::stop_token
           .gapShare = plan.gapShare()};
 }
 
+std::function<bool(std::int64_t)> MomentClips::isRenderable(const std::filesystem::path& root) {
+  return [root, toleranceMs = RampClipPlan::Config::review().toleranceMs](std::int64_t atMs) {
+    return FrameLocator::locate({.atMs = atMs, .toleranceMs = toleranceMs, .root = root}).has_value();
+  };
+}
+
 }  // namespace halvo

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stop_token>
 
@@ -33,6 +34,8 @@ class MomentClips {
   /// Throws `RampClipPlan::PlanError`, `FFmpegResolver::NotFound`, what `RampProxyEncoder::encode` throws, and what `ClipFolder` does. What
   /// any of them says is told in place of the clip.
   MomentClip make(std::int64_t judgedInstantMs, const std::stop_token& stop);
+  /// Whether there is a frame near enough for a clip of the moment to end on.
+  static std::function<bool(std::int64_t judgedInstantMs)> isRenderable(const std::filesystem::path& root);
   /// Nothing is left on the disk.
   void drop() { folder_.reset(); }
 

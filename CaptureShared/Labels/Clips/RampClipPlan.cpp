@@ -43,16 +43,21 @@ std::string textOf(const PlanError::Reason& reason) {
       });
 }
 
-/// The frame of the judged instant. A later one would show what the classifier can't have seen.
+/// The frame of the judged instant. A later one would show what the classifier can't have seen, so an earlier one is looked for.
 Located anchor(const Request& request, const Locate& locate) {
-  auto result = locate(request.judgedInstantMs, request.config.toleranceMs);
+  auto askedMs = request.judgedInstantMs;
+  std::optional<std::int64_t> laterMs;
+  auto result = locate(askedMs, request.config.toleranceMs);
   const auto isLater = [&] {
     const auto* found = std::get_if<Located>(&result);
     return found && found->frameRealMs > request.judgedInstantMs;
   };
-  for (int retry = 0; retry < maxRetries && isLater(); ++retry)
-    result = locate(std::get<Located>(result).frameRealMs - retryStepMs, request.config.toleranceMs);
-  if (isLater()) result = FrameLocator::NoFrameNearby{};
+  for (int retry = 0; retry < maxRetries && isLater(); ++retry) {
+    const auto frameMs = std::get<Located>(result).frameRealMs;
+    // The same frame again: from there it would be the same question.
+    askedMs = (std::exchange(laterMs, frameMs) == frameMs ? askedMs : frameMs) - retryStepMs;
+    result = locate(askedMs, request.config.toleranceMs);
+  }
   if (const auto* found = std::get_if<Located>(&result)) return *found;
   throw PlanError(JudgedInstantUnavailable{result});
 }

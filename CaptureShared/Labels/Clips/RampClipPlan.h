@@ -107,8 +107,8 @@ struct Request {
   Locate locate = {};  ///< empty: the recordings of display 0 under `root`
   std::filesystem::path root = DataPaths::dataRoot();
 };
-/// Looks up one frame a source moment. Throws `PlanError`; a source moment that isn't found is no failure. No frame later than the judged
-/// instant is in the plan, and its last one is the instant's own.
+/// Looks up one frame a source moment. Throws `PlanError`; a source moment that isn't found is no failure. The plan's last frame is the
+/// judged instant's own, a later one only where no earlier one is near, and no frame in the plan is later than that.
 Plan plan(const Request& request);
 
 }  // namespace halvo::RampClipPlan

@@ -6,8 +6,6 @@
 
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Match.h"
-#include "CaptureShared/Labels/LabelledHours.h"
-#include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
 
 namespace halvo::RetentionRunner {
 
@@ -19,12 +17,6 @@ using VideoRetentionSweep::Refusal;
 std::int64_t hoursMs(std::int64_t hours) {
   constexpr std::int64_t hour = 3'600'000;
   return std::min(hours, std::numeric_limits<std::int64_t>::max() / hour) * hour;
-}
-
-/// The machine's start when no restart sweep has been finished for it.
-std::optional<std::int64_t> newBootMs(const RetentionSettings& settings, const Environment& environment) {
-  const auto boot = settings.deleteOnRestart ? environment.currentBootMs() : std::nullopt;
-  return boot && settings.lastRestartSweepBootMs.value_or(*boot - 1) < *boot ? boot : std::nullopt;
 }
 
 /// Folder by folder into `outcomes`; the refusal that ended it, if one did.
@@ -40,15 +32,15 @@ std::optional<Refusal> sweepFolders(const std::vector<fs::path>& folders, VideoR
   return std::nullopt;
 }
 
-/// The settings as they are by now: the user may have changed them during the sweep.
 void markRestartSwept(const Environment& environment) {
-  auto settings = environment.settings();
   const auto boot = environment.currentBootMs();
-  if (!boot || !settings.deleteOnRestart) return;
-  settings.lastRestartSweepBootMs = *boot;
+  if (!boot) return;
   try {
-    environment.persistSettings(settings);
-  } catch (const std::system_error&) {
+    // The user may have changed the settings during the sweep.
+    environment.persistSettings([&](RetentionSettings& settings) {
+      if (settings.deleteOnRestart) settings.lastRestartSweepBootMs = *boot;
+    });
+  } catch (const std::runtime_error&) {
     // The files are gone; the next run finds nothing to delete and tries the mark again.
   }
 }
@@ -90,7 +82,7 @@ Result attempt(const Run& run) {
   const auto folders = VideoRetentionSweep::displayDirectories(videoDir, environment.ops);
   if (const auto* refusal = std::get_if<Refusal>(&folders)) return refused(*refusal);
   const VideoRetentionSweep::Request request{.policy = settings.policy,
-                                             .labelledHourPrefixes = labelled,
+                                             .labelledHours = labelled,
                                              .deleteBeforeMs = deleteBeforeMs,
                                              .nowMs = run.nowMs,
                                              .calendar = run.calendar,
@@ -117,7 +109,7 @@ Result attempt(const Run& run) {
 Environment Environment::real(const Machine& machine, const Calendar& calendar) {
   const auto file = RetentionSettingsStore::path(processEnvironment());
   return {.settings = [file] { return RetentionSettingsStore::read(file); },
-          .persistSettings = [file](const RetentionSettings& changed) { RetentionSettingsStore::write(changed, file); },
+          .persistSettings = [file](const RetentionSettingsStore::Change& how) { RetentionSettingsStore::change(file, how); },
           .videoDir = [] { return DataPaths::videoDir(); },
           .dataRootExists = [] { return DataPaths::isDataRootAvailable(); },
           .labelledHours =
@@ -136,6 +128,11 @@ Environment Environment::real(const Machine& machine, const Calendar& calendar) 
                                          .machineIsProtected = PurgeGuard::currentMachineIsProtected(machine)};
               },
           .ops = VideoRetentionSweep::FileOps::real()};
+}
+
+std::optional<std::int64_t> newBootMs(const RetentionSettings& settings, const Environment& environment) {
+  const auto boot = settings.deleteOnRestart ? environment.currentBootMs() : std::nullopt;
+  return boot && settings.lastRestartSweepBootMs.value_or(*boot - 1) < *boot ? boot : std::nullopt;
 }
 
 std::size_t Result::filesDeleted() const {

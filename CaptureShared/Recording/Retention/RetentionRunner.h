@@ -4,12 +4,12 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "CaptureShared/Foundation/Log.h"
-#include "CaptureShared/Recording/Retention/RetentionSettings.h"
+#include "CaptureShared/Labels/LabelledHours.h"
+#include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
 #include "CaptureShared/Recording/Retention/VideoRetentionSweep.h"
 
 /// One run of retention over every display. It may run at any time and as often as wanted; nothing is kept between runs but the settings file.
@@ -20,11 +20,12 @@ namespace fs = std::filesystem;
 /// The world of a run.
 struct Environment {
   std::function<RetentionSettings()> settings;
-  std::function<void(const RetentionSettings&)> persistSettings;  ///< throws `std::system_error`
+  /// Changes the settings as they are by then; throws what `RetentionSettingsStore::change` does.
+  std::function<void(const RetentionSettingsStore::Change&)> persistSettings;
   std::function<fs::path()> videoDir;
   std::function<bool()> dataRootExists;
   /// Absent when the labels can't be read.
-  std::function<std::optional<std::set<std::string>>(std::int64_t lookbackMs, std::int64_t lookaheadMs)> labelledHours;
+  std::function<std::optional<LabelledHours::Hours>(std::int64_t lookbackMs, std::int64_t lookaheadMs)> labelledHours;
   std::function<std::optional<std::int64_t>()> currentBootMs;
   std::function<PurgeGuard::Fence()> fence;
   VideoRetentionSweep::FileOps ops;
@@ -32,6 +33,9 @@ struct Environment {
   /// The disk's. `machine` must outlive it.
   static Environment real(const Machine& machine, const Calendar& calendar);
 };
+
+/// The machine's start, when a sweep is due for it: everything from before it goes.
+std::optional<std::int64_t> newBootMs(const RetentionSettings& settings, const Environment& environment);
 
 struct Result {
   std::vector<VideoRetentionSweep::Outcome> outcomes = {};  ///< one per display folder, in order

@@ -1,7 +1,11 @@
 #include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
 
+#include <cerrno>
 #include <cmath>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/JSONValue.h"
@@ -60,6 +64,20 @@ std::optional<std::string> textOf(const fs::path& file) {
   }
 }
 
+std::string damagedText(const fs::path& file) {
+  return file.string() + " can't be read as settings, so retention is off until it is mended or removed";
+}
+
+/// Held until it goes. The settings file itself is replaced by each write.
+FileHandle lockBeside(const fs::path& file) {
+  const auto name = file.string() + ".lock";
+  FileHandle lock(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  int failed = lock ? ::flock(lock.fd(), LOCK_EX) : -1;
+  while (lock && failed != 0 && errno == EINTR) failed = ::flock(lock.fd(), LOCK_EX);
+  if (failed != 0) throw std::system_error(errno, std::generic_category(), name);
+  return lock;
+}
+
 }  // namespace
 
 fs::path path(const Environment& environment) { return UserFolders::supportDir(environment) / "retention.json"; }
@@ -101,18 +119,29 @@ RetentionSettings read(const fs::path& from) {
   }
 }
 
-bool isDamaged(const fs::path& file) {
+std::optional<std::string> damage(const fs::path& file) {
   try {
     const auto text = textOf(file);
-    return text && !decode(*text);
+    return text && !decode(*text) ? std::optional(damagedText(file)) : std::nullopt;
   } catch (const std::system_error&) {
-    return true;
+    return damagedText(file);
   }
 }
 
 void write(const RetentionSettings& settings, const fs::path& to) {
   fs::create_directories(to.parent_path());
   writeFileAtomically(to, encode(settings));
+}
+
+RetentionSettings change(const fs::path& file, const Change& how) {
+  fs::create_directories(file.parent_path());
+  const auto lock = lockBeside(file);
+  const auto before = decode(textOf(file).value_or("{}"));
+  if (!before) throw Damaged(damagedText(file));
+  auto settings = *before;
+  how(settings);
+  if (settings != *before) write(settings, file);
+  return settings;
 }
 
 }  // namespace halvo::RetentionSettingsStore

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -23,9 +25,18 @@ std::string encode(const RetentionSettings& settings);
 
 /// A file that is missing, unreadable or can't be decoded reads as all defaults, which delete nothing. Never throws.
 RetentionSettings read(const fs::path& from);
-/// True when there is a file that `read` could make nothing of.
-bool isDamaged(const fs::path& file);
+/// What a person is told of a file that `read` could make nothing of; absent for any other, and for none.
+std::optional<std::string> damage(const fs::path& file);
 /// Replaces the file, and makes its folder first. Throws `std::system_error`.
 void write(const RetentionSettings& settings, const fs::path& to);
+
+/// To write a damaged file anew would lose what it holds: how far labels protect, and that nothing is to be deleted meanwhile.
+struct Damaged : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+using Change = std::function<void(RetentionSettings&)>;
+/// The only way to change settings that are there: one at a time, in whatever process. Writes nothing when `how` changes nothing. Answers
+/// the settings as they are then. Throws `Damaged` and `std::system_error`, and then the file is as it was.
+RetentionSettings change(const fs::path& file, const Change& how);
 
 }  // namespace halvo::RetentionSettingsStore

@@ -11,34 +11,52 @@ namespace halvo::VideoRetention {
 
 namespace {
 
-constexpr std::int64_t dayMs = 86'400'000;
+constexpr std::int64_t hourMs = 3'600'000, dayMs = 24 * hourMs;
 
 bool isDecimal(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; }) && Text::parseInteger(text);
 }
 
-std::optional<std::int64_t> cutoffMs(const Facts& facts) {
+struct Cutoff {
+  std::int64_t endMs = 0;    ///< of an hour
+  std::int64_t writeMs = 0;  ///< of a file's last write
+};
+std::optional<Cutoff> cutoffOf(const Facts& facts) {
   const auto age = days(facts.policy);
-  if (!age || *age < 0) return facts.deleteBeforeMs;
+  if (!age || *age < 0) return facts.deleteBeforeMs ? std::optional(Cutoff{*facts.deleteBeforeMs, *facts.deleteBeforeMs}) : std::nullopt;
   // So many days that they don't fit: nothing is that old.
   const auto limit = (facts.nowMs - std::numeric_limits<std::int64_t>::min() / 2) / dayMs;
   const auto byAge = *age > limit ? std::numeric_limits<std::int64_t>::min() : facts.nowMs - *age * dayMs;
-  return std::max(byAge, facts.deleteBeforeMs.value_or(byAge));
+  // What is recorded now may bear the name of another zone's hour. What was recorded before the machine's start is not.
+  const auto closed = std::min(byAge, facts.nowMs - hourMs);
+  return Cutoff{std::max(byAge, facts.deleteBeforeMs.value_or(byAge)), std::max(closed, facts.deleteBeforeMs.value_or(closed))};
 }
 
 struct Frame {
-  std::int64_t cutoffMs = 0;
+  Cutoff cutoff;
   std::string currentHour;
 };
 
+std::optional<std::int64_t> lastWriteOf(const std::string& filename, const Facts& facts) {
+  if (!facts.lastWriteMs) return std::nullopt;
+  const auto found = facts.lastWriteMs->find(filename);
+  return found == facts.lastWriteMs->end() ? std::nullopt : std::optional(found->second);
+}
+
+/// An hour's recording ends with its last write.
+bool mayHoldLabelled(std::int64_t writtenMs, const Facts& facts) {
+  return std::ranges::any_of(facts.labelledSpans,
+                             [&](const auto& span) { return span.fromMs <= writtenMs && writtenMs - hourMs <= span.toMs; });
+}
+
 Verdict verdictOn(const std::string& filename, const std::string& prefix, std::int64_t endMs, const Frame& frame, const Facts& facts) {
   if (prefix == frame.currentHour) return Verdict::keptCurrentHour;
-  if (facts.labelledHourPrefixes.contains(prefix)) return Verdict::keptLabelled;
-  if (endMs > frame.cutoffMs) return Verdict::keptRecent;
+  const auto written = lastWriteOf(filename, facts);
+  if (facts.labelledHourPrefixes.contains(prefix) || (written && mayHoldLabelled(*written, facts))) return Verdict::keptLabelled;
+  if (endMs > frame.cutoff.endMs) return Verdict::keptRecent;
   if (!facts.lastWriteMs) return Verdict::delete_;
   // A name says that a file is old; only its last write shows that nothing has been added since.
-  const auto written = facts.lastWriteMs->find(filename);
-  return written != facts.lastWriteMs->end() && written->second < frame.cutoffMs ? Verdict::delete_ : Verdict::keptRecent;
+  return written && *written < frame.cutoff.writeMs ? Verdict::delete_ : Verdict::keptRecent;
 }
 
 }  // namespace
@@ -68,7 +86,7 @@ std::optional<std::string> parseHourPrefix(std::string_view filename) {
 }
 
 std::vector<Candidate> plan(const Facts& facts) {
-  const auto cutoff = cutoffMs(facts);
+  const auto cutoff = cutoffOf(facts);
   if (!cutoff) return {};
   const Frame frame{*cutoff, hourPrefix(facts.nowMs, facts.calendar)};
   auto names = facts.filenames;

@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -11,6 +12,7 @@
 
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Foundation/RawValue.h"
+#include "CaptureShared/Labels/LabelledHours.h"
 
 /// Which hour files may go. Pure: works on names and numbers, touches no file, never throws.
 namespace halvo::VideoRetention {
@@ -49,9 +51,13 @@ struct Facts {
   std::optional<std::map<std::string, std::int64_t>> lastWriteMs = {};  ///< with a map, a file that it lacks is kept
   std::int64_t nowMs = 0;
   const Calendar& calendar;
+  std::span<const LabelledHours::Span> labelledSpans = {};
 };
 /// Every hour file with its verdict, by name; empty when there is no cutoff. An hour goes when its end, and the last write when that is
 /// known, lie before the cutoff; the hour of `nowMs` and labelled hours stay. A name that is no hour's is not in the plan.
+///
+/// A name is of the zone that was in force at the recording, and `calendar` may be another's by now. Times hold everywhere: what was written
+/// to within the last hour stays unless the machine was started since, and what may hold a moment of `labelledSpans` counts as labelled.
 std::vector<Candidate> plan(const Facts& facts);
 
 }  // namespace halvo::VideoRetention

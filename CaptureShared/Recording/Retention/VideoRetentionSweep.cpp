@@ -33,7 +33,7 @@ std::optional<std::string> remove(const fs::path& file, std::int64_t listedWrite
 Swept sweep(const Request& request, Mode mode) {
   if (std::holds_alternative<VideoRetention::Disabled>(request.policy) && !request.deleteBeforeMs) return PolicyDisabled{};
   if (PurgeGuard::refusesDeletion(request.directory, request.fence)) return ProtectedMachine{};
-  if (!request.labelledHourPrefixes) return LabelSetUnreadable{};
+  if (!request.labelledHours) return LabelSetUnreadable{};
   std::vector<std::string> names;
   try {
     names = request.ops.listDirectory(request.directory);
@@ -46,11 +46,12 @@ Swept sweep(const Request& request, Mode mode) {
       if (const auto written = request.ops.lastWriteMs(request.directory / name)) lastWrites.emplace(name, *written);
   const auto candidates = VideoRetention::plan({.filenames = std::move(names),
                                                 .policy = request.policy,
-                                                .labelledHourPrefixes = *request.labelledHourPrefixes,
+                                                .labelledHourPrefixes = request.labelledHours->prefixes,
                                                 .deleteBeforeMs = request.deleteBeforeMs,
                                                 .lastWriteMs = lastWrites,
                                                 .nowMs = request.nowMs,
-                                                .calendar = request.calendar});
+                                                .calendar = request.calendar,
+                                                .labelledSpans = request.labelledHours->spans});
   Outcome outcome{.directory = request.directory, .wasPreview = mode == Mode::preview};
   for (const auto& candidate : candidates) {
     if (candidate.verdict != Verdict::delete_) {

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -58,7 +57,7 @@ struct Outcome {
 struct Request {
   fs::path directory = {};
   VideoRetention::RetentionPolicy policy = {};
-  const std::optional<std::set<std::string>>& labelledHourPrefixes;  ///< absent: they could not be read
+  const std::optional<LabelledHours::Hours>& labelledHours;  ///< absent: they could not be read
   std::optional<std::int64_t> deleteBeforeMs = {};
   std::int64_t nowMs = 0;
   const Calendar& calendar;

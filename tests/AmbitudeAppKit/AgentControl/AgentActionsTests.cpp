@@ -4,6 +4,7 @@
 
 #include "AmbitudeAppKit/AgentControl/AgentActions.h"
 #include "AmbitudeAppKit/AgentControl/AgentUnitFiles.h"
+#include "CaptureShared/DataRoot/AgentConfig.h"
 #include "Platform/Testing/FakeServiceManager.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -28,7 +29,8 @@ struct AgentActionsTest : testing::Test {
                          .configFile = folder.path() / "config.json",
                          .allowed = allowed,
                          .installedFolder = "/usr/lib/halvo",
-                         .clock = {.nowMs = {}, .wait = [](double, const std::stop_token&) {}}});
+                         .dataRoot = [this] { return std::optional(folder.path()); },
+                         .clock = {.nowMs = [] { return std::int64_t{1'000}; }, .wait = [](double, const std::stop_token&) {}}});
   }
   FakeServiceManager::Job& job(Agent agent) { return manager.jobs[label(agent)]; }
   AgentActions::Tell tell = [this](const AgentActions::Told& told) { said.push_back((told.isDone ? "" : "! ") + told.words); };
@@ -55,16 +57,32 @@ TEST_F(AgentActionsTest, aStartGoesOnWithWhatIsThereAndTouchesNothingElse) {
 
 TEST_F(AgentActionsTest, aRenewalThatFailsAnywhereIsGoneOnWithAtTheNextStart) {
   auto& classifier = job(Agent::classifier);
-  for (std::size_t failing = 0; failing < 4; ++failing) {
-    classifier.isRegistered = true, classifier.startsWhenRegistered = failing < 2;
+  const auto marker = folder.path() / "markers" / label(Agent::classifier);
+  for (std::size_t failing = 0; failing < 5; ++failing) {  // 3 is the old one's return, and 4 is none
+    classifier.isRegistered = true, classifier.text = "old", classifier.startsWhenRegistered = failing < 2;
     manager.calls = {}, manager.failingCall = failing;
     actions().start(tell);
-    EXPECT_TRUE((classifier.isRegistered && classifier.startsWhenRegistered) || std::filesystem::exists(folder.path() / "markers" / label(Agent::classifier)));
+    EXPECT_TRUE((classifier.isRegistered && classifier.starts()) || (failing == 3 && std::filesystem::exists(marker))) << failing;
     classifier.startsWhenRegistered = true, manager.failingCall = {};
     actions().start(tell);
-    EXPECT_TRUE(classifier.isRegistered) << failing;
+    EXPECT_TRUE(classifier.isRegistered && classifier.text == "new") << failing;
     EXPECT_TRUE(std::filesystem::is_empty(folder.path() / "markers"));
   }
+}
+
+TEST_F(AgentActionsTest, aRemovalLeavesNothingThatTheNextStartGoesOnWith) {
+  const Agent capture[] = {Agent::captureSupervisor};
+  const auto note = folder.path() / "capture-removal-intent.json";
+  folder.write("old/" + label(capture[0]) + ".plist", "<plist><dict><key>EnvironmentVariables</key><dict><key>AMBITCAP_LAYER3</key>"
+                                                      "<string>1</string></dict></dict></plist>");
+  job(capture[0]).isLegacyLoaded = true;
+  actions().remove(capture, tell);
+  actions().start(tell);
+  EXPECT_FALSE(job(capture[0]).isLegacyLoaded || job(capture[0]).isRegistered);
+  EXPECT_EQ(AgentConfig::load(folder.path() / "config.json").settings.count("AMBITCAP_LAYER3"), 1u) << "it was nowhere else";
+  EXPECT_TRUE(std::filesystem::exists(note));
+  actions().install(capture, tell);
+  EXPECT_FALSE(std::filesystem::exists(note));
 }
 
 TEST_F(AgentActionsTest, whatStandsInTheWayIsKeptUntilItIsGone) {

@@ -138,24 +138,48 @@ struct RunnerTest : testing::Test {
 };
 
 TEST_F(RunnerTest, aFailureAnywhereKeepsTheJobAndTheNextRunGoesOn) {
-  for (const bool starts : {true, false})
-    for (std::size_t failing = 0; failing < 6; ++failing)
-      for (const auto removal : {std::optional<int>(), std::optional<int>(0), std::optional<int>(1)}) {
-        SCOPED_TRACE(testing::Message() << starts << " " << failing << " " << removal.value_or(-1));
-        manager = {}, log = {}, removals = 0;
-        layLegacy();
-        auto& job = manager.jobs[name];
-        job.startsWhenRegistered = starts;
-        manager.failingCall = failing, failingRemoval = removal;
-        const auto outcome = run();
-        EXPECT_TRUE(hasLegacy() || (job.isRegistered && starts));
-        EXPECT_TRUE(outcome.isSettled || !log.empty());
-        EXPECT_TRUE(outcome.isSettled == (job.isRegistered && starts && !hasLegacy() && !isMarked()));
-        EXPECT_TRUE(job.isLegacyLoaded || job.isRegistered || isMarked()) << "what did not come back is remembered";
-        manager.failingCall = {}, failingRemoval = {}, job.startsWhenRegistered = true;
-        run();
-        EXPECT_TRUE(job.isRegistered && !hasLegacy() && !isMarked() && !job.isLegacyLoaded);
-      }
+  enum class How { fails, killed, unknown };
+  const struct {
+    const char* name;
+    bool hasLegacy, isRegistered, isMarked;
+  } starts[] = {{"a legacy job", true, false, false},
+                {"a registration beside its legacy file", true, true, false},
+                {"the same, broken off", true, true, true},
+                {"a renewal", false, true, true}};
+  for (const auto& start : starts)
+    for (const bool runs : {true, false})
+      for (const auto how : {How::fails, How::killed, How::unknown})
+        for (int at = 0; at < 8; ++at)
+          for (const auto removal : {std::optional<int>(), std::optional<int>(0), std::optional<int>(1)}) {
+            SCOPED_TRACE(testing::Message() << start.name << " " << runs << " " << int(how) << " " << at << " " << removal.value_or(-1));
+            manager = {}, log = {}, removals = 0;
+            if (start.hasLegacy) layLegacy();
+            if (start.isMarked) folder.write("markers/" + name, "");
+            auto& job = manager.jobs[name];
+            job.startsWhenRegistered = runs;
+            if (start.isRegistered) job.isLegacyLoaded = false, job.isRegistered = true, job.text = "old";
+            (how == How::killed ? manager.killingCall : manager.failingCall) = how == How::unknown ? 99 : at;
+            if (how == How::unknown) job.answersUntilUnknown = at;
+            failingRemoval = removal;
+            std::optional<AgentServiceMigrationRunner::Outcome> outcome;
+            try {
+              outcome = run();
+            } catch (const FakeServiceManager::Killed&) {
+            }
+            const bool isRunning = job.isRegistered && job.starts();
+            const auto failed = static_cast<std::size_t>(at);
+            const bool triedToBringBack = failed < manager.calls.size() && manager.calls[failed] == "reinstate";
+            EXPECT_TRUE(hasLegacy() || isRunning || (isMarked() && (!outcome || triedToBringBack)));
+            EXPECT_TRUE(job.isLegacyLoaded || job.isRegistered || isMarked()) << "what did not come back is remembered";
+            if (outcome && !start.isRegistered) {
+              EXPECT_TRUE(outcome->isSettled || !log.empty() || manager.calls.empty());
+              EXPECT_EQ(outcome->isSettled, isRunning && !hasLegacy() && !isMarked());
+            }
+            manager.failingCall = manager.killingCall = {}, failingRemoval = {}, job.startsWhenRegistered = true;
+            job.answersUntilUnknown = INT_MAX;
+            run();
+            EXPECT_TRUE(job.isRegistered && !hasLegacy() && !isMarked() && !job.isLegacyLoaded);
+          }
 }
 
 TEST_F(RunnerTest, aRegistrationThatDoesNotStartIsTakenBackAndSaidWhy) {
@@ -167,9 +191,11 @@ TEST_F(RunnerTest, aRegistrationThatDoesNotStartIsTakenBackAndSaidWhy) {
   EXPECT_EQ(log, std::vector{name + ": rolled back: the job exited 78 (the launch-constraint kill, #387)"});
   EXPECT_TRUE(job.isLegacyLoaded && hasLegacy() && !isMarked());
 
-  manager = {}, manager.jobs[name].printFailure = "no bus";
-  EXPECT_EQ(run().line, rowLine(LeaveReason::launchdUnknown));
-  EXPECT_TRUE(manager.calls.empty());
+  for (const int answers : {0, 1}) {  // 1: of one to be retired, whose proof gets no answer
+    manager = {}, manager.jobs[name] = {.isRegistered = true, .answersUntilUnknown = answers};
+    EXPECT_EQ(run().line, rowLine(LeaveReason::launchdUnknown));
+    EXPECT_TRUE(manager.calls.empty() && hasLegacy());
+  }
 
   manager = {}, manager.jobs[name] = {.isLegacyLoaded = true, .statusOnceRegistered = ServiceStatus::requiresApproval};
   EXPECT_FALSE(run().isSettled);

@@ -4,6 +4,7 @@
 
 #include "AmbitudeAppKit/Present/Conversation.h"
 #include "AmbitudeAppKit/Present/NowPage.h"
+#include "AmbitudeAppKit/Present/RecordingCard.h"
 #include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "AmbitudeCore/Folds/CoachCorrectionsLog.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -28,23 +29,28 @@ class DayTest : public testing::Test {
 };
 
 TEST_F(DayTest, theStoreFollowsAndFindsWhatIsOld) {
-  add(event(at(9, 0, 0, 1), "user_quiet_requested", {{"quiet_until_ts_ms", at(9, 0, 0, 20)}}));
+  for (const int hour : {7, 8, 9}) add(event(at(hour, 0, 0, 1), "user_quiet_requested", {{"quiet_until_ts_ms", at(hour, 0, 0, 20)}}));
+  for (const int hour : {8, 9}) add(event(at(9, 30, 0, 1), "user_quiet_cancelled", {{"window_requested_ts_ms", at(hour, 0, 0, 1)}}));
   for (int i = 0; i < 3'000; ++i) add(event(at(10, 0, 0, 1), "coach_decision", {{"filler", std::string(60, 'x')}}));
   add(said(at(9, 0), "user", "hi"));
   DayStore store(root, at(8, 0));
   EXPECT_TRUE(store.refresh(at(9, 1)));
   EXPECT_EQ(store.rows().events.size(), 1u) << "the past is left out";
+  EXPECT_TRUE(store.arrived().isAnew);
   EXPECT_FALSE(store.refresh(at(9, 1)));
   JSONLAppend::append(std::string_view(tick(at(9, 2), "ON_TASK").encode()), DataPaths::checkerLog(root));
-  add(said(at(9, 2), "coach", "ho"));
+  add(said(at(8, 59), "coach", "ho"));
   EXPECT_TRUE(store.refresh(at(9, 3)));
   EXPECT_EQ(store.rows().events.size(), 2u);
+  ASSERT_EQ(store.arrived().events.size(), 1u) << "however old a row's time is";
+  EXPECT_EQ(*store.arrived().events[0].text("text"), "ho");
   EXPECT_EQ(store.rows().ticks.size(), 1u);
   store.findOldQuiet();
-  EXPECT_EQ(store.rows().events.front().type, "user_quiet_requested") << "an old order to be left alone still holds";
+  ASSERT_EQ(store.rows().events.size(), 4u) << "an old order to be left alone still holds, with what ended it";
+  EXPECT_EQ(store.rows().events.front().tsMs, at(9, 0, 0, 1));
   store.reachBack(at(0, 0, 0, 1));
   store.refresh(at(9, 3));
-  EXPECT_EQ(store.rows().events.size(), 3'003u);
+  EXPECT_EQ(store.rows().events.size(), 3'007u);
   // A file that can't be read is told of, and what was read stays.
   std::filesystem::remove(root / "checker-log.jsonl");
   std::filesystem::create_directory(root / "checker-log.jsonl");
@@ -79,12 +85,48 @@ TEST_F(DayTest, aDayAsAPictureAndAPage) {
   EXPECT_EQ(lines[3].substr(0, 34), "Lark: You wanted to write the essa");
   EXPECT_EQ(day.explain(at(8, 0), 1, calendar), (std::vector<std::string>{"8:00", "nothing was recorded"}));
 
+  const auto rows = store.rows();
+  const auto anewMs = *rows.ticks.back().atMs() + 1;
+  const std::vector<EventLogEvent> declaredAnew{event(anewMs, "task_declared", {{"task", "tea"}})};
+  const DayStore::Rows anew{declaredAnew, rows.ticks, rows.decisions, rows.samples, rows.corrections};
+  const auto tea = NowPage::of({.rows = anew, .taskBody = body, .nowMs = anewMs, .calendar = calendar});
+  EXPECT_EQ(tea.verdict, "") << "it judged what was declared before";
   const auto late = NowPage::of({.rows = store.rows(), .taskBody = body, .nowMs = at(17, 0), .calendar = calendar});
   EXPECT_TRUE(late.isOverdue);
   EXPECT_EQ(late.clock, "since 14:21 (2 h 39 min), until 16:30 (30 min over)");
   EXPECT_EQ(late.verdict, "") << "an old verdict is none";
   const auto none = NowPage::of({.rows = store.rows(), .taskBody = "", .nowMs = now, .calendar = calendar});
   EXPECT_EQ(none.task + none.clock, "");
+}
+
+TEST(DayStrip, aDayBeginsAtFourWhateverItsLength) {
+  const struct {
+    int month, day, hour, minute, beganDay;
+  } table[] = {{3, 8, 4, 30, 8}, {3, 9, 3, 30, 8}, {11, 1, 3, 30, 31}, {11, 2, 3, 59, 1}, {3, 4, 4, 0, 4}};
+  for (const auto& c : table) {
+    const auto now = calendar.instant(2026, c.month, c.day, c.hour, c.minute);
+    const auto began = calendar.instant(2026, c.beganDay == 31 ? 10 : c.month, c.beganDay, 4);
+    const std::vector<EventLogEvent> marks{event(began - 1, "task_cleared"), event(began, "task_cleared")};
+    const auto strip = DayStrip::of({marks, {}, {}, {}, {}}, now, calendar);
+    EXPECT_TRUE(strip.marks.size() == 1 && strip.fromMs == began) << c.month << "-" << c.day;
+  }
+}
+
+TEST(RecordingCard, warnsOfSilenceAndOfNothingElse) {
+  const auto now = at(9, 0), old = now - 600'000, fresh = now - 2'000;
+  const struct {
+    std::optional<std::int64_t> frame, life, controlled;
+    const char* line;
+    bool isWarning;
+  } table[] = {{fresh, fresh, {}, "Recording; the last frame came 2s ago", false},
+               {old, fresh, {}, "Not recording while the screen is locked; the last frame came 10m ago", false},
+               {old, old, fresh, "Not paused; the last frame came 10m ago", false},
+               {old, old, old, "Not paused, but the last frame came 10m ago", true},
+               {{}, {}, {}, "Not paused, but nothing has been recorded yet", true}};
+  for (const auto& c : table) {
+    const auto card = RecordingCard::of({.lastFrameMs = c.frame, .lastLifeMs = c.life, .controlledMs = c.controlled, .nowMs = now, .calendar = calendar});
+    EXPECT_EQ(std::pair(card.line, card.isWarning), std::pair(std::string(c.line), c.isWarning));
+  }
 }
 
 TEST(Durations, areSpoken) {
@@ -104,6 +146,9 @@ TEST(Conversation, entriesAndWhatCanBeUndone) {
       event(at(9, 2), "task_declared", {{"task", "essay"}, {"notes", "essay"}, {"horizon_minutes", 90}}),
       event(at(9, 2), "user_quiet_requested", {{"quiet_until_ts_ms", at(10, 0)}}),
       CoachCorrectionRecordedEvent::make({.text = "be brief", .asOfMs = at(9, 3)}, calendar),
+      CoachCorrectionRecordedEvent::make({.text = "no jokes", .lasts = CoachCorrection::Lasts::nextFewHours, .asOfMs = at(9, 3)}, calendar),
+      event(at(9, 3), "app_project_link_asserted", {{"app", "Gimp"}, {"project", "the poster"}}),
+      event(at(9, 3), "option_card_offered", {{"title", "How long?"}, {"options", JSONValue::Array{JSONObject{{"label", "An hour"}}}}}),
       event(at(9, 4), "coach_turn_failed", {{"reason", "r"}, {"user_reason", "It will try again."}}),
       event(at(9, 4), "coach_decision"),
       AppChatEvents::coachMessage({.text = "t",
@@ -112,19 +157,27 @@ TEST(Conversation, entriesAndWhatCanBeUndone) {
                                    .servedBy = "x",
                                    .servedByFallback = true,
                                    .fallbackCause = FallbackCause::paced})};
-  const auto conversation = Conversation::of(events, at(9, 30), calendar);
+  const auto conversation = Conversation::of({.events = events, .nowMs = at(9, 30), .calendar = calendar});
   std::vector<std::string> shown;
   for (const auto& entry : conversation.entries)
     shown.push_back(entry.text + (entry.undo ? " [undo " + std::to_string(entry.undo->index()) + "]" : ""));
   EXPECT_EQ(shown, (std::vector<std::string>{"Yesterday", "night", "Today", "You declared: tea until 5:00pm", "ho",
                                              "Noted as your intention: essay for 1 h 30 min [undo 0]", "Quiet until 10:00 [undo 1]",
-                                             "Lark will keep in mind: be brief [undo 2]", "It will try again.", "t"}));
+                                             "Lark will keep in mind: be brief [undo 2]", "Lark will keep in mind: no jokes [undo 2]",
+                                             "Noted: Gimp is part of the poster", "Lark offers: How long?", "It will try again.", "t"}));
+  EXPECT_EQ(conversation.entries[8].undo, Conversation::Undo(Conversation::ForgetCorrection{at(9, 3) + 1})) << "of two of a turn each has its own";
+  EXPECT_EQ(conversation.entries[10].answers, (std::vector<Conversation::Answer>{{"An hour"}}));
   EXPECT_EQ(conversation.entries.back().thinking, "hm");
   EXPECT_FALSE(conversation.entries.back().servedBy.empty()) << "who answered is told";
   EXPECT_TRUE(conversation.isOpen && conversation.wantsAnswer);
   EXPECT_EQ(conversation.openedMs, at(9, 1));
-  const auto later = Conversation::of(events, at(11, 0), calendar);
-  EXPECT_FALSE(later.entries[6].undo) << "what is over can't be undone";
+  auto answered = events;
+  answered.push_back(said(at(9, 6), "user", "An hour"));
+  const auto later = Conversation::of(
+      {.events = answered, .fromMs = at(9, 0), .corrections = {{{.atMs = at(9, 3) + 1, .text = "no jokes"}}}, .nowMs = at(13, 0), .calendar = calendar});
+  ASSERT_EQ(later.entries[1].text, "You declared: tea until 5:00pm") << "what is older has no entry";
+  for (const int i : {4, 5, 6}) EXPECT_FALSE(later.entries[i].undo) << "what is over can't be undone, nor what was deleted: " << i;
+  EXPECT_TRUE(later.entries[8].answers.empty());
 }
 
 }  // namespace

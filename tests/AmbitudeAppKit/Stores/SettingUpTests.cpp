@@ -44,6 +44,9 @@ TEST_F(SettingUpTest, theHealthLineReadsWhatWasWritten) {
   const auto title = [] { return Health::look(processEnvironment(), nowMs).title; };
   ::setenv("AMBITCAP_DATA_ROOT", root.c_str(), 1);
   EXPECT_EQ(title(), "Recording nothing");
+  const BackgroundAgentState running[] = {{.runState = BackgroundAgentState::Running{7}}};
+  EXPECT_EQ(Health::complaints(running, processEnvironment(), nowMs).size(), 1u) << "there is nowhere to record to";
+  for (const auto& agent : backgroundAgents) home.write(".config/systemd/user/" + label(agent.agent) + ".service", "");
   const auto worked = [&](const char* file, std::int64_t agoMs) {
     home.write(fs::path("data") / file, "x");
     const auto at = std::chrono::sys_time<std::chrono::milliseconds>(std::chrono::milliseconds(nowMs - agoMs));
@@ -74,6 +77,8 @@ TEST_F(SettingUpTest, theHealthLineReadsWhatWasWritten) {
   EXPECT_EQ(title(), "Working") << "the pause is only just over";
   SignalsStaleNoteStore::write({.lastGoodTickAtMs = nowMs - 200'000, .updatedAtMs = nowMs}, SignalsStaleNoteStore::url(root));
   EXPECT_EQ(title(), "Capture is silent") << "what the classifier misses speaks against the pair";
+  fs::remove_all(home.path() / ".config");
+  EXPECT_EQ(Health::look(processEnvironment(), nowMs).detail, "Classifier, Coach; off by choice: Capture") << "it is not installed";
 }
 
 TEST_F(SettingUpTest, theLookIsKeptPrivatelyAndReadWithCare) {

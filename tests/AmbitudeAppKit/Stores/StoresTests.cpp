@@ -73,6 +73,12 @@ TEST(DiagnosticsReport, holdsNothingThatCameFromAPerson) {
       {"2026-11-25T14:18:41Z classifier started: model practice-model, a look every 1 s, judgments 60 to 300 s apart", true},
       {"layer3 gate " + usage, true},
       {"layer3 coach " + TurnUsageLog::line({}), true},
+      {"layer3 coach " + TurnUsageLog::line({.usage = ChatUsage{.promptTokens = 9, .cachedPromptTokens = 3, .reasoningTokens = 4, .costUSD = 0.01},
+                                             .servedByFallback = true,
+                                             .provenance = {{.provider = "Google Vertex", .servedModel = "maker/model-1"}}}), true},
+      {"classifier started: model gemma4:e4b-it-qat, a look every 3 s, judgments 30 to 300 s apart", true},
+      {"classifier started: model /home/anna/client-x/model.gguf, a look every 3 s, judgments 30 to 300 s apart", false},
+      {"layer3 coach usage: My therapist said (secret) at 14:00", false},
       {"Capturer ended with 75; started again in 60 s", true},
       {"2026-11-25T14:18:41Z recording nothing: another Supervisor records to this data root; this one ends", true},
       {"standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)", true},
@@ -91,8 +97,8 @@ TEST(DiagnosticsReport, holdsNothingThatCameFromAPerson) {
     log += c.line + "\n";
   }
   const std::vector<DiagnosticsReport::Log> logs{{"A.log", log}};
-  const auto report = DiagnosticsReport::render({.version = "1", .system = "Linux", .writtenAt = "now"}, logs, 2);
-  EXPECT_EQ(report, "Halvo diagnostics, now\nversion 1\nLinux\n\nA.log: 8 line(s) of a known shape, 6 left out\n"
+  const auto report = DiagnosticsReport::render({.version = "1", .system = "Linux", .programs = {"Coach: running"}, .writtenAt = "now"}, logs, 2);
+  EXPECT_EQ(report, "Halvo diagnostics, now\nversion 1\nLinux\nCoach: running\n\nA.log: 10 line(s) of a known shape, 8 left out\n"
                     "  standing memory: 3 thread(s), 2 fact(s), 1 lesson(s)\n  Signals runs\n");
 }
 

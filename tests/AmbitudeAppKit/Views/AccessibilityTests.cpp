@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <QAbstractButton>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
 #include <QListWidget>
@@ -28,6 +29,16 @@ double contrast(const QColor& a, const QColor& b) {
   };
   const auto [dark, light] = std::minmax({luminance(a), luminance(b)});
   return (light + 0.05) / (dark + 0.05);
+}
+
+/// The greatest contrast of any pixel of a widget, but for its frame, with the ground.
+double contrastIn(QWidget& widget, int frame, const QColor& ground) {
+  widget.resize(120, 40);
+  const auto image = widget.grab(widget.rect().adjusted(frame, frame, -frame, -frame)).toImage();
+  double greatest = 0;
+  for (int y = 0; y < image.height(); ++y)
+    for (int x = 0; x < image.width(); ++x) greatest = std::max(greatest, contrast(image.pixelColor(x, y), ground));
+  return greatest;
 }
 
 std::string nameOf(const QWidget* widget) {
@@ -173,6 +184,12 @@ TEST_F(AccessibilityTest, textStandsOutFromItsGround) {
       for (const auto& ink : {t.text, t.muted, t.accent, t.warning, t.bad, t.good, t.quiet})
         EXPECT_GE(contrast(ink, ground), 4.5) << ink.name().toStdString() << " on " << ground.name().toStdString();
     EXPECT_GE(contrast(t.onAccent, t.accent), 4.5);
+    // What the styles make of it.
+    QLineEdit field;
+    field.setPlaceholderText("■■■■");
+    EXPECT_GE(contrastIn(field, 3, t.surface), 4.5);
+    QCheckBox box;
+    EXPECT_GE(contrastIn(box, 0, t.window), 3) << "unchecked";
   }
 }
 

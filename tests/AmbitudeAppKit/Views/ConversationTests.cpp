@@ -73,15 +73,22 @@ TEST_F(ConversationTest, askedByThePopupAndAnsweredWithoutLosingTheKeyboard) {
   const auto said = rows("app_chat_message"), closed = rows("ui_closed");
   ASSERT_EQ(said.size(), 2u);
   EXPECT_EQ(*said[1].text("text"), "yes, back to it");
-  EXPECT_EQ(*closed[0].text("dismissed_by"), "answer") << "which holds nothing back";
+  EXPECT_EQ(closed[0].detail.find("dismissed_by"), nullptr) << "which holds nothing back";
 
+  const auto askAgain = [&] {
+    QTest::qWait(5);
+    add(CoachTurnEffects::event("ui_opened", {}, now()));
+    lark("And now?");
+    return eventually([&] { return popup.isVisible(); });
+  };
+  ASSERT_TRUE(askAgain());
   QTest::qWait(5);
-  add(CoachTurnEffects::event("ui_opened", {}, now()));
-  lark("And now?");
-  ASSERT_TRUE(eventually([&] { return popup.isVisible(); }));
+  PersonActions::say("answered elsewhere");
+  EXPECT_TRUE(eventually([&] { return !popup.isVisible() && rows("ui_closed").size() == 2; }));
+  ASSERT_TRUE(askAgain());
   popup.close();
-  EXPECT_TRUE(eventually([&] { return rows("ui_closed").size() == 2; }));
-  EXPECT_EQ(*rows("ui_closed")[1].text("dismissed_by"), "user");
+  EXPECT_TRUE(eventually([&] { return rows("ui_closed").size() == 3; }));
+  EXPECT_EQ(*rows("ui_closed")[2].text("dismissed_by"), "user");
 }
 
 TEST_F(ConversationTest, anEndOfTheApplicationIsNoDismissal) {
@@ -113,6 +120,9 @@ TEST_F(ConversationTest, theReplyIsShownAsItIsWrittenAndEffectsCanBeUndone) {
   EXPECT_TRUE(eventually([&] { return shows(window, "Lark: Ten min"); }));
   stream.append({.text = "An hour", .reset = true});
   EXPECT_TRUE(eventually([&] { return shows(window, "Lark: An hour"); }));
+  QTest::qWait(5);
+  PersonActions::say("or two?");  // while the reply is written, whose row has the time of the turn's beginning
+  ASSERT_TRUE(eventually([&] { return shows(window, "or two?"); }));
   add(UserQuietRequestedEvent::make({.untilMs = turnMs + 3'600'000, .asOfMs = turnMs}));
   add(AppChatEvents::coachMessage({.text = "An hour it is.", .thinking = "hm", .asOfMs = turnMs}));
   EXPECT_TRUE(eventually([&] { return shows(window, "An hour it is.") && !shows(window, "Lark: An hour"); }));
@@ -126,6 +136,33 @@ TEST_F(ConversationTest, theReplyIsShownAsItIsWrittenAndEffectsCanBeUndone) {
   ASSERT_NE(undo, nullptr);
   QTest::mouseClick(undo, Qt::LeftButton);
   EXPECT_TRUE(eventually([&] { return shows(window, "Quiet is over"); }));
+}
+
+TEST_F(ConversationTest, larksDeclarationGivesWayToTheOneBeforeAndAnOfferIsTaken) {
+  const auto declared = [&](JSONObject detail, std::int64_t agoMs) {
+    add({.tsMs = now() - agoMs, .kind = "event", .type = "task_declared", .detail = std::move(detail), .source = "test"});
+  };
+  declared({{"task", "essay"}, {"until", "lunch"}, {"why", "due"}}, 9 * 86'400'000LL);
+  declared({{"task", "email"}, {"notes", "email"}}, 1'000);
+  add(CoachTurnEffects::event("option_card_offered",
+                              {{"title", "How long?"}, {"options", JSONValue::Array{JSONObject{{"label", "An hour"}}, JSONObject{{"label", "Two"}}}}}, now()));
+  open();
+  auto& window = desktop->window();
+  window.showPage(1);
+  const auto button = [&](const char* label) {
+    for (auto* found : window.findChildren<QPushButton*>())
+      if (found->text() == label && found->isVisible()) return found;
+    return static_cast<QPushButton*>(nullptr);
+  };
+  ASSERT_TRUE(eventually([&] { return button("Undo") && button("An hour"); }));
+  press(button("An hour"));
+  ASSERT_TRUE(eventually([&] { return rows("app_chat_message").size() == 1 && !button("An hour") && button("Undo"); }));
+  EXPECT_EQ(*rows("app_chat_message")[0].text("text"), "An hour");
+  press(button("Undo"));
+  ASSERT_TRUE(eventually([&] { return desktop->feed().now().task == "essay" && !button("Undo"); }));
+  const auto anew = rows("task_declared").back();
+  EXPECT_EQ(*anew.text("until") + *anew.text("why"), "lunchdue");
+  EXPECT_EQ(PersonActions::takeBackDeclaration(rows("task_declared")[1].tsMs, now(), Calendar::local()), "another declaration came since");
 }
 
 }  // namespace

@@ -1,9 +1,13 @@
 // The other pages, used as a person uses them.
 
+#include <csignal>
 #include <set>
+
+#include <sys/resource.h>
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDateEdit>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -11,6 +15,7 @@
 
 #include "AmbitudeAppKit/Stores/Corrections.h"
 #include "AmbitudeAppKit/Stores/OwnDenylist.h"
+#include "AmbitudeAppKit/Views/ExportView.h"
 #include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "AmbitudeCore/Folds/CoachPreferences.h"
 #include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
@@ -55,7 +60,24 @@ TEST_F(PagesTest, memoryIsShownTaughtAndForgotten) {
   auto* note = page.findChild<QPlainTextEdit*>("note coach");
   QTest::keyClicks(note, "be blunt");
   press(button(page, "Save notes"));
-  EXPECT_TRUE(eventually([&] { return CoachPreferencesStore::read(root).coachInstructions == "be blunt"; }));
+  EXPECT_TRUE(eventually([&] { return CoachPreferencesStore::read(root).coachInstructions == "be blunt" && !note->document()->isModified(); }));
+  // A note that was changed elsewhere stays, and a save that fails costs no words.
+  auto elsewhere = CoachPreferencesStore::read(root);
+  elsewhere.gateInstructions = "not before ten";
+  CoachPreferencesStore::write(root, elsewhere);
+  QTest::keyClicks(note, " or not");
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit usual{};
+  ::getrlimit(RLIMIT_FSIZE, &usual);
+  const rlimit nothing{.rlim_cur = 0, .rlim_max = usual.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &nothing);
+  press(button(page, "Save notes"));
+  EXPECT_TRUE(eventually([&] { return shows(page, "not changed: "); }));
+  EXPECT_FALSE(eventually([&] { return !note->document()->isModified() || !shows(page, "not changed: "); }, 300));
+  ::setrlimit(RLIMIT_FSIZE, &usual);
+  press(button(page, "Save notes"));
+  ASSERT_TRUE(eventually([&] { return !note->document()->isModified() && !shows(page, "not changed: "); }));
+  EXPECT_EQ(CoachPreferencesStore::read(root).gateInstructions, "not before ten");
   press(button(page, "Delete"));
   EXPECT_TRUE(eventually([&] { return shows(page, "Nothing yet. Tell Lark"); }));
   EXPECT_TRUE(Corrections::list(root).empty());
@@ -85,6 +107,13 @@ TEST_F(PagesTest, retentionIsChosenPreviewedAndApplied) {
   pressAndAnswer(erase, "Delete");
   EXPECT_TRUE(eventually([&] { return shows(page, "deleted: 1 file(s), 2 MB freed"); }));
   EXPECT_FALSE(std::filesystem::exists(old));
+  RetentionSettingsStore::change(settings, [](auto& kept) { kept.labelLookbackHours = 9; });
+  QTest::keyClick(page.findChild<QCheckBox*>("on restart"), Qt::Key_Space);
+  EXPECT_TRUE(eventually([&] { return shows(page, "deletes what was recorded before the last start too") && shows(page, "from 9 hours before it to 1 hour"); }));
+  writeFileAtomically(settings, "{");
+  QTest::keyClick(days, Qt::Key_Down);
+  EXPECT_TRUE(eventually([&] { return shows(page, "not changed: ") && shows(page, "so retention is off until it is mended"); }));
+  EXPECT_EQ(readFile(settings), "{") << "what it held can still be mended";
 }
 
 TEST_F(PagesTest, recordingIsPausedResumedAndMadeSmaller) {
@@ -95,7 +124,8 @@ TEST_F(PagesTest, recordingIsPausedResumedAndMadeSmaller) {
   ASSERT_TRUE(eventually([&] { return shows(page, "Recording paused until ") && button(page, "Resume"); }));
   EXPECT_EQ(*controls().pausedUntilMs - *controls().pausedAtMs, 3'600'000);
   EXPECT_EQ(QApplication::focusWidget(), button(page, "Resume")) << "the keyboard isn't lost";
-  EXPECT_TRUE(eventually([&] { return shows(desktop->window(), "; recording paused until "); })) << "the line of the window's health says it too";
+  auto* health = desktop->window().findChild<QLabel*>("health");
+  EXPECT_TRUE(eventually([&] { return health->text().contains("ecording paused until "); })) << "the line of the window's health says it too";
   QTest::keyClick(button(page, "Resume"), Qt::Key_Space);
   ASSERT_TRUE(eventually([&] { return button(page, "Pause until I resume"); }));
   EXPECT_FALSE(controls().pausedAtMs);
@@ -123,7 +153,7 @@ TEST_F(PagesTest, theDenylistIsKeptAndCallsAreToldApart) {
   press(button(page, "Save list"));
   EXPECT_TRUE(eventually([&] { return shows(page, "Saved."); }));
   EXPECT_EQ(readFile(OwnDenylist::file(processEnvironment())), "AMBITCAP_DENYLIST=\"Diary,Vault\"\n");
-  EXPECT_TRUE(eventually([&] { return !list->document()->isModified(); }));
+  EXPECT_TRUE(eventually([&] { return !list->document()->isModified() && shows(page, "Until then the built-in list is in force"); }));
   QTest::keyClicks(list, ", $HOME");
   press(button(page, "Save list"));
   EXPECT_TRUE(eventually([&] { return shows(page, "this name can't be kept: $HOME"); }));
@@ -159,6 +189,17 @@ TEST_F(PagesTest, whatIsChosenIsExportedAndAFailureIsTold) {
   EXPECT_EQ(files, (std::set<std::string>{"events.jsonl", "samples.csv"}));
   pressAndName(start, folder.path());
   EXPECT_TRUE(eventually([&] { return shows(page, "Nothing was written: ") && shows(page, "File exists"); })) << "never over another";
+}
+
+TEST_F(PagesTest, anExportThatEndsBeforeItBeginsIsRefused) {
+  ExportView page({root, Calendar::local(), [] { return Calendar::local().instant(2026, 3, 4, 15); }});
+  page.show();
+  const auto days = page.findChildren<QDateEdit*>();
+  EXPECT_EQ(days[1]->date(), QDate(2026, 3, 4));
+  days[1]->setDate(days[0]->date().addDays(-1));
+  QTimer::singleShot(1'000, [] { if (auto* dialog = QApplication::activeModalWidget()) dialog->close(); });
+  press(button(page, "Choose a folder…"));
+  EXPECT_TRUE(shows(page, "the last day is before the first"));
 }
 
 }  // namespace

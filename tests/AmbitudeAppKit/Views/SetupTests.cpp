@@ -100,6 +100,9 @@ TEST_F(SetupTest, aSecondStartAsksTheFirst) {
   ASSERT_TRUE(eventually([&] { return fs::exists(folder.path() / "halvo-app.sock"); }));
   EXPECT_EQ(program().wait(10), 0);
   EXPECT_FALSE(first.wait(0.1)) << "the first one goes on";
+  environment["QT_QPA_PLATFORM"] = "none such";
+  environment.erase("AMBITCAP_DATA_ROOT");
+  EXPECT_EQ(program().wait(10), 0) << "no window on a platform that can't be had";
   first.signal(SIGKILL);
   first.wait(5);
   EXPECT_TRUE(SingleApplication(folder.path()).isFirst()) << "what a killed one left bars nobody";

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <numeric>
 
+#include <fmt/format.h>
+
 #include "AmbitudeCore/Review/RampSampleReplaySelection.h"
 #include "AmbitudeCore/Review/RampSampleSelector.h"
 #include "CaptureShared/Foundation/Calendar.h"
@@ -64,21 +66,50 @@ TEST(RampSampleSelector, theSameBatchWhateverTheOrderOfTheRows) {
 }
 
 TEST(RampSampleSelector, whatIsNeverPicked) {
-  const auto ticks = std::vector{tick(-1, "ON_TASK"),         tick(10, "ON_TASK"),
-                                 tick(20, "ABSTAINED", 0.1),  tick(30, "ON_TASK", 0.1),
-                                 tick(2881, "ON_TASK", 0.1),  tick(2880, "ON_TASK", 0.1),
-                                 tick(40, "ON_TASK", 0.1),    ClassifierTick{.at = "soon", .state = "ON_TASK"}};
+  auto ticks = std::vector{tick(-1, "ON_TASK"),         tick(10, "ON_TASK"),
+                           tick(20, "ABSTAINED", 0.1),  tick(30, "ON_TASK", 0.1),
+                           tick(2881, "ON_TASK", 0.1),  tick(2880, "ON_TASK", 0.1),
+                           tick(40, "ON_TASK", 0.1),    ClassifierTick{.at = "soon", .state = "ON_TASK"}};
+  const auto frameMs = now - 40 * minute - 5'000;
+  ticks[6].screenshotAtMs = frameMs;
   Request request{.ticks = ticks, .asOfMs = now, .alreadyLabeledMs = {now - 10 * minute}};
-  request.isRenderable = [](std::int64_t atMs) { return atMs != now - 40 * minute; };
+  int asked = 0;
+  request.isRenderable = [&](std::int64_t atMs) { return asked += atMs == frameMs, atMs != frameMs; };
   for (const auto mode : {SamplingMode::verdictBlind, SamplingMode::interestingMoments})
     EXPECT_EQ(agos(selectBatch(mode, request)), (std::vector<std::int64_t>{30, 2880}));
+  asked = 0;
   EXPECT_EQ(selectVerdictBlindBatch(request).strata[0].unrenderableSkipped, 1);
+  EXPECT_EQ(asked, 1) << "once, in all the passes";
   request.limit = 0;
   for (const auto mode : {SamplingMode::verdictBlind, SamplingMode::interestingMoments}) EXPECT_TRUE(selectBatch(mode, request).empty());
   EXPECT_FALSE(selectVerdictBlindBatch(request).starvationNotice());
 }
 
+TEST(RampSampleSelector, erasWeightsAndKeys) {
+  for (const auto era : {sidecarEraStartMs, gateIntroducedMs}) {
+    const std::vector ticks{ClassifierTick{.at = ISO8601::utcMillis(era - 1), .state = "ON_TASK"},
+                            ClassifierTick{.at = ISO8601::utcMillis(era), .state = "ON_TASK"}};
+    const std::vector decisions{GateDecisionRecord{.atMs = era, .decision = "check_in"}};
+    std::string found;
+    for (const auto& sample : selectBatch(SamplingMode::verdictBlind, {.ticks = ticks, .decisions = decisions, .asOfMs = era + minute}))
+      found += fmt::format(" {}{}", sample.atMs - era, sample.decision ? "+gate" : "");
+    EXPECT_TRUE(era == sidecarEraStartMs ? found == " 0" : found == " 0+gate -1" || found == " -1 0+gate") << found;
+  }
+  std::string weights;
+  for (const auto& [stratum, weight] : defaultAllocation()) weights += fmt::format("{} {}, ", stratum.name(), weight);
+  EXPECT_EQ(weights, "state:ON_TASK 11, state:NOT_ALIGNED 10, gate:check_in 3, gate:no_check_in 3, gate:gap 4, state:IDLE 4, "
+                     "state:BREAK 3, state:NO_TASK 2, ");
+  // From an independent computation; the first is that generator's well-known first number.
+  EXPECT_EQ(seededKey(0, 0), 0xe220a8397b1dcdaf);
+  EXPECT_EQ(seededKey(7, now), 0x366ddd3bcd0191ee);
+  EXPECT_EQ(seededKey(~0ull, -1), 0xb4d055fcf2cbbd7b);
+}
+
 TEST(RampSampleSelector, spacingHoldsUntilTheLastPass) {
+  const auto apart = row(2, 5);
+  for (std::uint64_t seed = 0; seed < 8; ++seed)
+    for (const auto& sample : selectBatch(SamplingMode::verdictBlind, {.ticks = apart, .asOfMs = now, .limit = 2, .seed = seed}))
+      EXPECT_FALSE(sample.provenance.topUp) << "five minutes are enough";
   const auto ticks = std::vector{tick(10, "ON_TASK"), tick(12, "NOT_ALIGNED"), tick(30, "ON_TASK"), tick(40, "OFF_TASK")};
   Request request{.ticks = ticks, .asOfMs = now, .limit = 2};
   for (request.seed = 0; request.seed < 10; ++request.seed)

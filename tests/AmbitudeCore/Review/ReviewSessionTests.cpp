@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "AmbitudeCore/Review/ReasonLabelWriter.h"
+#include "AmbitudeCore/Review/ReviewDraw.h"
 #include "AmbitudeCore/Review/ReviewScore.h"
 #include "AmbitudeCore/Review/ReviewSession.h"
 #include "AmbitudeCore/Review/SystemReviewLabels.h"
+#include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/JSONLAppend.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Labels/LabelsSchema.h"
@@ -22,7 +24,8 @@ using RampSampleSelector::SamplingMode;
 constexpr std::int64_t now = 1'795'600'000'000;
 
 ClassifierTick tick(std::int64_t atMs, const char* state) {
-  return {.at = ISO8601::utcMillis(atMs), .state = state, .reason = "the verdict's reason", .screenshotAtMs = atMs - 5'000};
+  return {.at = ISO8601::utcMillis(atMs), .state = state, .reason = "the verdict's reason",
+          .declaredTask = "the essay", .screenshotAtMs = atMs - 5'000};
 }
 
 struct ReviewSessionTest : testing::Test {
@@ -75,12 +78,18 @@ TEST_F(ReviewSessionTest, blindFirstThenTheVerdict) {
   const GateLabelWriter::Row want{
       .atMs = now, .label = GateLabel::shouldHaveSpoken, .decision = "no_check_in", .note = "it was long", .labeledAt = ISO8601::utcSeconds(now)};
   EXPECT_EQ(GateLabelWriter::read(places.gateLabels), std::vector{want});
+  const auto left = ReviewSession::resume(places, utc);
+  ASSERT_TRUE(left);
+  EXPECT_EQ(left->progress().number, session.progress().number) << "what is done stays done";
   const auto rows = labels();
   ASSERT_EQ(rows.size(), 2u);
   const std::string drawn = "mode=verdict_blind stratum=state:NOT_ALIGNED stratum_n=9 batch_n=0 seed=18446744073709551615";
   EXPECT_EQ(rows[0].label + " " + *rows[0].notes, "rabbit_hole " + drawn);
   EXPECT_EQ(rows[1].label + " " + *rows[1].notes, "not_aligned revised AFTER reveal — anchored on the classifier's verdict " + drawn);
   EXPECT_TRUE(*rows[0].answeredBlind && !*rows[1].answeredBlind);
+  auto kept = SQLiteDB(places.labels, SQLiteDB::Role::reader).prepare("SELECT declared_task || ', ' || user_note FROM labels WHERE id = 1");
+  ASSERT_TRUE(kept.step());
+  EXPECT_EQ(kept.optionalText(0), "the essay, maps again");
 }
 
 TEST_F(ReviewSessionTest, isLeftAndResumed) {
@@ -103,6 +112,15 @@ TEST_F(ReviewSessionTest, isLeftAndResumed) {
   while (!session->isFinished()) session->next();
   EXPECT_EQ(session->progress().answered * 100 + session->progress().skipped, 103u);
   EXPECT_FALSE(std::filesystem::exists(places.batch));
+}
+
+TEST_F(ReviewSessionTest, tellsHowTheDrawingComesAlong) {
+  folder.write(std::filesystem::relative(DataPaths::checkerLog(folder.path()), folder.path()), tick(now, "ON_TASK").encode() + "\n");
+  std::string told;
+  const auto tell = [&](const auto& phase) { told += RampSampleSelector::RampLoadPhase::text(phase) + "|"; };
+  const auto drawn = ReviewDraw::draw({.root = folder.path(), .asOfMs = now, .isRenderable = [](auto) { return true; }, .onProgress = tell}, utc);
+  EXPECT_TRUE(drawn);
+  EXPECT_EQ(told, "Reading the logs…|Locating video for 0 of 20 moments|Found 1 of 20 moment candidates||");
 }
 
 TEST_F(ReviewSessionTest, noAnswerIsDropped) {
@@ -167,7 +185,7 @@ TEST(ReviewScore, measuresBlindRandomAnswers) {
   };
   add(1, "ON_TASK", "on_task"), add(2, "ON_TASK", "on_task_overtime"), add(3, "ON_TASK", "rabbit_hole");
   add(4, "OFF_TASK", "off_task"), add(5, "IDLE", "on_task"), add(6, "ON_TASK", "ambiguous");
-  add(7, "ABSTAINED", "on_task"), add(8, nullptr, "on_task"), add(9, "NO_TASK", "on_task");
+  add(7, "ABSTAINED", "on_task"), add(8, nullptr, "on_task"), add(9, "NO_TASK", "on_task"), add(12, "BREAK", "on_task");
   add(3, nullptr, "on_task", false);  // a change of mind when the verdict was seen
   add(10, "ON_TASK", "on_task", false), add(11, "ON_TASK", "on_task", true, "interesting_moments");
   using ReviewScore::StateScore;
@@ -176,7 +194,8 @@ TEST(ReviewScore, measuresBlindRandomAnswers) {
                                       .scored = 5,
                                       .agreed = 3,
                                       .noTruth = 1,
-                                      .noVerdict = 3,
+                                      .noVerdict = 2,
+                                      .declared = {{"BREAK", 1}, {"NO_TASK", 1}},
                                       .otherEvidence = 2,
                                       .revisionsPassed = 1}));
   EXPECT_FALSE(told.states.at("IDLE").recall());

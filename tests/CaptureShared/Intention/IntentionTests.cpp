@@ -84,11 +84,17 @@ TEST_F(Log, followsTheNewestDeclaration) {
   add(next.substr(40));
   EXPECT_EQ(EventLog::read(), body("two"));
   add(R"({"type":"task_declared","ts_ms":1})"
-      "\n{\"type\":\"task_declared\n" +
-      line("task_declared", {{"why", "no text"}}) + R"({"type":"task_declared","ts_ms":"1","detail":{"task":"x"}})" + "\n");
+      "\n{\"type\":\"task_declared\n"
+      R"({"type":"task_declared","ts_ms":"1","detail":{"task":"x"}})"
+      "\n");
   EXPECT_EQ(EventLog::read(), body("two")) << "rows that do not read are passed over";
   add(line("task_cleared", {}));
   EXPECT_EQ(EventLog::read(), "");
+  const auto wordless = declared("one") + line("task_declared", {{"why", "no text"}}) + chatter(200);
+  add(wordless);
+  EXPECT_EQ(EventLog::read(), std::nullopt) << "the newest counts, also when it says nothing";
+  put(wordless);
+  EXPECT_EQ(EventLog::read(), std::nullopt);
   put(declared("three") + "{\"half");
   EXPECT_EQ(EventLog::read(), body("three"));
   std::ofstream(log_) << "";  // truncated in place

@@ -20,7 +20,8 @@ struct LabelsTest : testing::Test {
     db.insert("INSERT INTO labels (t0_ms, t1_ms, label, source_hour, created_at) VALUES (?, ?, ?, 'inapp:x', 'now')", {t0, t1, label});
   }
   Hours hours(const std::string& name = "labels.sqlite", std::int64_t lookbackMs = 0, std::int64_t lookaheadMs = 0) {
-    return LabelledHours::sourceHours({folder.path() / name, lookbackMs, lookaheadMs, newYork});
+    const auto found = LabelledHours::sourceHours({folder.path() / name, lookbackMs, lookaheadMs, newYork});
+    return found ? Hours(found->prefixes) : Hours();
   }
   test::TemporaryFolder folder;
   SQLiteDB db{folder.path() / "labels.sqlite"};
@@ -46,6 +47,8 @@ TEST_F(LabelsTest, protectsTheHoursAroundEachMoment) {
   EXPECT_EQ(*around->begin() + " " + *around->rbegin() + " " + std::to_string(around->size()), "2026-11-16T04 2026-11-16T11 8");
   label(quarterPastTen, quarterPastTen - hourMs);
   EXPECT_EQ(hours("labels.sqlite", -hourMs, -hourMs), Hours({"2026-11-16T09", "2026-11-16T10"}));
+  label(quarterPastTen + hourMs / 2, quarterPastTen + 2 * hourMs);
+  EXPECT_EQ(hours(), Hours({"2026-11-16T10", "2026-11-16T11", "2026-11-16T12"})) << "the last one, which no step of an hour meets";
   label(autumn, autumn + 3 * hourMs);
   EXPECT_EQ(hours(), Hours({"2026-11-01T00", "2026-11-01T01", "2026-11-01T02"}));
   label(minMs, maxMs);

@@ -9,9 +9,11 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/FFmpegResolver.h"
 #include "CaptureShared/Foundation/Spawn.h"
 #include "CaptureShared/Labels/Clips/ClipFolder.h"
+#include "CaptureShared/Labels/Clips/MomentClips.h"
 #include "CaptureShared/Labels/Clips/RampProxyEncoder.h"
 #include "tests/CaptureShared/Recording/Recordings.h"
 #include "tests/support/TemporaryFolder.h"
@@ -49,6 +51,7 @@ TEST(RampClipPlan, offsets) {
   EXPECT_EQ(with(2, 0.5), (std::vector<std::int64_t>{3'600'000, 0})) << "a single lead frame at the start";
   EXPECT_EQ((Config{.durationSeconds = 0}).outputFrameCount(), 1);
   EXPECT_EQ(Config::realtime(60'500).sourceFrameCount, 120);
+  EXPECT_EQ(Config::make({.tailFraction = 0, .sourceFrameCount = 4}).minimumGapMs, 2 * (3'600'000 - 1'606'548)) << "twice the largest step";
 }
 
 TEST(RampClipPlan, holesAreShown) {
@@ -72,6 +75,41 @@ TEST(RampClipPlan, holesAreShown) {
   EXPECT_EQ(review.outputFrameCount(), 300);
 }
 
+TEST(RampClipPlan, sharesTheClipsFrames) {
+  const Locate seconds = [](std::int64_t atMs, std::int64_t) -> LocateResult {
+    if (atMs == instant - 18'000 || atMs == instant - 17'000) return NoFrameNearby{};
+    return Located{.file = "hour.mkv", .frameIndex = (atMs - instant) / 1000, .frameRealMs = atMs};
+  };
+  const struct { const char* name; double durationSeconds; std::int64_t minimumGapMs; std::string want; } cases[] = {
+      {"36 for 24: what is dropped passes to the next frame", 3.6, 60'000, "2121242121212121212121"},
+      {"or to the gap", 3.6, 3'000, "21212g312121212121212121"},
+      {"12 for 24: the last one shows", 1.2, 60'000, "1010111010101010101011"}};
+  for (const auto& c : cases) {
+    const Config config{.tailSpanMs = 24'000, .tailFraction = 1, .sourceFrameCount = 24, .durationSeconds = c.durationSeconds,
+                        .outputFps = 10, .minimumGapMs = c.minimumGapMs};
+    std::string holds;
+    for (const auto& frame : plan({.judgedInstantMs = instant, .config = config, .locate = seconds}).frames)
+      holds += (frame.isGap() ? "g" : "") + std::to_string(frame.holdFrames);
+    EXPECT_EQ(holds, c.want) << c.name;
+  }
+}
+
+TEST(RampClipPlan, findsItsFramesUnderTheRoot) {
+  test::TemporaryFolder root;
+  const auto session = Clock::system().nowMs();  // a file's birth can't be set
+  std::string rows;
+  for (int i = 0; i <= 120; ++i) rows += fmt::format("{},,,{},{}\n", instant - 60'000 + i * 500, i, session);
+  root.write("video/display-0/frame_timestamps.csv", rows);
+  root.write(fmt::format("video/display-0/segments-{}.csv", session), "2026-11-25T10.mkv,0,121\n");
+  root.write("video/display-0/2026-11-25T10.mkv", std::string(4096, 'x'));
+  const auto made = plan({.judgedInstantMs = instant, .config = Config::realtime(60'000), .root = root.path()});
+  EXPECT_EQ(made.frames.front().sourceRealMs, instant - 59'500);
+  EXPECT_EQ(made.gapShare(), 0);
+  const auto isRenderable = MomentClips::isRenderable(root.path());
+  EXPECT_TRUE(isRenderable(instant + 2'000));
+  EXPECT_FALSE(isRenderable(instant + 2'001)) << "there would be no clip of it";
+}
+
 TEST(RampClipPlan, endsOnWhatTheClassifierSaw) {
   const auto frames = [](std::vector<std::int64_t> at) -> Locate {
     return [at](std::int64_t atMs, std::int64_t toleranceMs) -> LocateResult {
@@ -93,7 +131,24 @@ TEST(RampClipPlan, endsOnWhatTheClassifierSaw) {
   for (std::int64_t at = instant - 10'400; at < instant; at += 500) lead.push_back(at);
   lead.push_back(instant + 300);
   EXPECT_EQ(why(frames(lead)), "-400");
-  EXPECT_EQ(why(frames({instant + 300})), "No capture frame near the judged instant — capture wasn't running then.");
+  EXPECT_EQ(why(frames({instant - 2'001})), "No capture frame near the judged instant — capture wasn't running then.");
+  EXPECT_TRUE(why(frames({instant + 300})).starts_with("Only 4 of")) << "found, though only behind the instant";
+  lead.erase(lead.end() - 3, lead.end() - 1);
+  EXPECT_EQ(why(frames(lead)), "-1400") << "the nearest is the later one at first";
+  for (const auto& frame : plan({.judgedInstantMs = instant, .config = config, .locate = frames(lead)}).frames)
+    EXPECT_LE(frame.sourceRealMs, instant - 1400);
+  std::vector<std::int64_t> asked;
+  const auto late = [&](std::ptrdiff_t times) -> Locate {
+    asked.clear();
+    return [&asked, times, whole = recording()](std::int64_t atMs, std::int64_t toleranceMs) -> LocateResult {
+      asked.push_back(atMs - instant);
+      return std::ssize(asked) > times ? whole(atMs, toleranceMs) : Located{.file = "hour.mkv", .frameRealMs = instant + 10};
+    };
+  };
+  EXPECT_EQ(why(late(4)), "-2000");
+  asked.resize(5);
+  EXPECT_EQ(asked, (std::vector<std::int64_t>{0, -490, -990, -1490, -1990}));
+  EXPECT_EQ(why(late(5)), "10") << "four retries";
   EXPECT_EQ(why([](auto, auto) { return FrameLocator::UnsupportedEra{}; }),
             "This moment predates the frame-index sidecar columns (2026-07-07), so no frame can be resolved for it.");
   int looks = 0;

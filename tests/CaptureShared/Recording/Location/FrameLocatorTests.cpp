@@ -106,6 +106,16 @@ TEST(FrameLocator, bisectionAgreesWithASearchOfAllRows) {
     ASSERT_LE(range.to - range.from, 24'576U);
   }
   EXPECT_EQ(file->rows(session + 1000, session + 2000).size(), 3U);
+  // The range begins within a row, whose rest would look like the nearest one.
+  const auto target = session + 3'000'100;
+  const auto range = file->rangeAround(target);
+  EXPECT_GT(range.to - range.from, 20'480U) << "wider than the bisection's end on both sides";
+  ASSERT_NE(sidecar[range.from - 1], '\n');
+  const auto scrap = row(3'000'100, 7);
+  sidecar.replace(range.from, sidecar.find('\n', range.from + scrap.size()) - range.from, scrap.substr(0, scrap.size() - 1));
+  archive.write("frame_timestamps.csv", sidecar);
+  const auto cut = FrameSidecar::open(archive.folder.path() / "video/display-1/frame_timestamps.csv");
+  EXPECT_EQ(cut->nearest(target)->realTsMs, session + 3'000'000);
 }
 
 TEST(FrameLocator, segmentAndFile) {

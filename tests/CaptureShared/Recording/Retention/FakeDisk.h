@@ -20,14 +20,15 @@ struct FakeDisk {
   std::map<std::string, Folder> folders = {};
   std::set<std::string> unlistable = {};  ///< "video" for the folder of the folders
   RetentionSettings settings = {};
-  std::optional<std::set<std::string>> labelled = std::set<std::string>();
+  std::optional<LabelledHours::Hours> labelled = LabelledHours::Hours();
   std::optional<std::int64_t> bootMs = {};
   PurgeGuard::Fence fence = {.roots = {"/data"}, .machineIsProtected = false};
   bool isMounted = true, settingsCantBeWritten = false;
+  std::function<void()> atRemoval = [] {};
 
   RetentionRunner::Result run(bool apply, std::int64_t nowMs, const Calendar& calendar, const LogSink& log = {}) {
     const RetentionRunner::Environment environment{.settings = [this] { return settings; },
-                                                   .persistSettings = [this](const RetentionSettings& changed) { persist(changed); },
+                                                   .persistSettings = [this](const RetentionSettingsStore::Change& how) { persist(how); },
                                                    .videoDir = [] { return "/data/video"; },
                                                    .dataRootExists = [this] { return isMounted; },
                                                    .labelledHours = [this](auto, auto) { return labelled; },
@@ -43,9 +44,9 @@ struct FakeDisk {
 
  private:
   File& at(const Path& file) { return folders.at(file.parent_path().filename()).at(file.filename()); }
-  void persist(const RetentionSettings& changed) {
+  void persist(const RetentionSettingsStore::Change& how) {
     if (settingsCantBeWritten) throw std::system_error(ENOSPC, std::generic_category());
-    settings = changed;
+    how(settings);
   }
   std::vector<std::string> list(const std::string& folder) const {
     if (unlistable.contains(folder)) throw std::system_error(EACCES, std::generic_category());
@@ -56,6 +57,7 @@ struct FakeDisk {
   void remove(const Path& file) {
     if (at(file).cantBeRemoved) throw std::system_error(EIO, std::generic_category());
     folders.at(file.parent_path().filename()).erase(file.filename());
+    atRemoval();
   }
   static std::optional<std::int64_t> look(File& file) {
     if (file.writtenMs && file.steadyLooks-- == 0) ++*file.writtenMs;

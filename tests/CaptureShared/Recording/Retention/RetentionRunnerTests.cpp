@@ -3,13 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <thread>
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Digest.h"
 #include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Labels/LabelsWriter.h"
 #include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
 #include "Platform/Testing/FakePlatform.h"
 #include "tests/CaptureShared/Recording/Retention/FakeDisk.h"
@@ -80,28 +83,81 @@ TEST(RetentionRunner, sweepsOnceARestart) {
   EXPECT_EQ(disk.settings.lastRestartSweepBootMs, disk.bootMs);
   const auto result = disk.run(true, nowMs, utc);
   EXPECT_TRUE(result.didSweep() && result.outcomes.empty() && !result.includedRestartSweep);
+  disk.folders = twoOldFiles().folders;
+  disk.settings = restarts;
+  disk.atRemoval = [&] { disk.settings = {}; };
+  EXPECT_EQ(disk.run(true, nowMs, utc).filesDeleted(), 2u);
+  EXPECT_EQ(disk.settings, RetentionSettings()) << "switched off meanwhile: this start's sweep was not asked for";
 }
 
-TEST(RetentionRunner, aRealFolder) {
-  const test::TemporaryFolder folder;
-  const auto root = folder.path() / "data", display = root / "video/display-0", link = root / "video/display-1";
-  ::setenv("HOME", folder.path().c_str(), 1);
-  ::setenv("AMBITCAP_DATA_ROOT", root.c_str(), 1);
-  folder.write("config.json", R"({"dataRoot": "/other"})");
-  DataPaths::overrideConfigURL(folder.path() / "config.json");
-  RetentionSettingsStore::write(restarts, RetentionSettingsStore::path(processEnvironment()));
-  FakeMachine machine;
-  machine.bootMs = nowMs - dayMs;
-  machine.name = "some machine";
-  auto environment = RetentionRunner::Environment::real(machine, utc);
-  EXPECT_EQ(environment.fence().roots, (std::vector<std::filesystem::path>{root, "/other"}));
-  auto run = [&] { return RetentionRunner::run({.apply = true, .nowMs = nowMs, .calendar = utc, .environment = environment}); };
-  EXPECT_EQ(run().refusal, Sweep::Refusal(Sweep::DataRootUnavailable{}));
-  for (const auto* name : {"2026-01-02T03.mkv", "2026-01-02T03.part2.mkv", "2026-01-02T04.mkv", "2026-01-02T05.mkv/x", "frames.csv"}) {
+struct RetentionFolderTest : testing::Test {
+  RetentionFolderTest() {
+    ::setenv("HOME", folder.path().c_str(), 1);
+    ::setenv("AMBITCAP_DATA_ROOT", root.c_str(), 1);
+    folder.write("config.json", R"({"dataRoot": "/other"})");
+    DataPaths::overrideConfigURL(folder.path() / "config.json");
+    machine.bootMs = nowMs - dayMs;
+    machine.name = "some machine";
+  }
+  ~RetentionFolderTest() override {
+    ::unsetenv("AMBITCAP_DATA_ROOT");
+    DataPaths::overrideConfigURL({});
+  }
+  void record(const std::string& name, std::int64_t writtenMs) {
     folder.write(display / name, "12345");
-    const timespec time{(std::string_view(name).starts_with("2026-01-02T04") ? nowMs : longAgoMs) / 1000, 0}, times[] = {time, time};
+    const timespec time{writtenMs / 1000, 0}, times[] = {time, time};
     ASSERT_EQ(::utimensat(AT_FDCWD, (display / name).c_str(), times, 0), 0);
   }
+  std::set<std::string> left() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(display)) names.insert(entry.path().filename());
+    return names;
+  }
+  static void set(const RetentionSettings& settings) {
+    RetentionSettingsStore::change(RetentionSettingsStore::path(processEnvironment()), [&](RetentionSettings& kept) { kept = settings; });
+  }
+  test::TemporaryFolder folder;
+  std::filesystem::path root = folder.path() / "data", display = root / "video/display-0", link = root / "video/display-1";
+  FakeMachine machine;
+};
+
+TEST_F(RetentionFolderTest, whatALabelWasMadeFromStaysWhateverTheZone) {
+  const auto newYork = Calendar::named("America/New_York");
+  const struct { const char* name; Calendar now; bool isHourTold, isTimeKept; } cases[] = {
+      {"by the names of now's zone", newYork, false, false},
+      {"by the names of the label's zone", Calendar::named("Asia/Tokyo"), true, false},
+      {"by the last writes", Calendar::named("Asia/Tokyo"), false, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    set(daily);
+    std::filesystem::create_directories(root);
+    std::filesystem::remove(DataPaths::labelsDB(root));
+    LabelsWriter::insert({.label = "on_task", .tickTsMs = newYork.instant(2026, 11, 16, 10, 15)}, newYork, DataPaths::labelsDB(root));
+    if (!c.isHourTold) SQLiteDB(DataPaths::labelsDB(root)).run("UPDATE labels SET source_hour = 'x'");
+    std::set<std::string> want;
+    for (int hour = 2; hour < 14; ++hour) {
+      const auto name = fmt::format("2026-11-16T{:02}.mkv", hour);
+      record(name, c.isTimeKept ? newYork.instant(2026, 11, 16, hour + 1) : longAgoMs);
+      if (hour >= 4 && hour <= 11) want.insert(name);
+    }
+    const auto environment = RetentionRunner::Environment::real(machine, c.now);
+    RetentionRunner::run({.apply = true, .nowMs = nowMs, .calendar = c.now, .environment = environment});
+    EXPECT_EQ(left(), want);
+  }
+}
+
+TEST_F(RetentionFolderTest, removesOldHourFilesOnly) {
+  set(restarts);
+  auto environment = RetentionRunner::Environment::real(machine, utc);
+  EXPECT_EQ(environment.fence().roots, (std::vector<std::filesystem::path>{root, "/other"}));
+  auto run = [&](bool apply = true) {
+    return RetentionRunner::run({.apply = apply, .nowMs = nowMs, .calendar = utc, .environment = environment});
+  };
+  EXPECT_EQ(run().refusal, Sweep::Refusal(Sweep::DataRootUnavailable{}));
+  std::filesystem::create_directory(root);
+  EXPECT_TRUE(run(false).didSweep()) << "nothing was ever recorded";
+  for (const auto* name : {"2026-01-02T03.mkv", "2026-01-02T03.part2.mkv", "2026-01-02T05.mkv/x", "frames.csv"}) record(name, longAgoMs);
+  record("2026-01-02T04.mkv", nowMs);
   std::filesystem::create_symlink(display / "frames.csv", display / "2026-01-02T06.mkv");
   std::filesystem::create_directory_symlink(folder.path(), link);
   EXPECT_EQ(run().refusal, Sweep::Refusal(Sweep::VideoDirUnreadable{link.string()}));
@@ -111,17 +167,13 @@ TEST(RetentionRunner, aRealFolder) {
   std::filesystem::remove(root / "labels.sqlite");
   // The user changes their mind during the sweep.
   environment.ops.removeFile = [&, real = environment.ops.removeFile](const std::filesystem::path& file) {
-    environment.persistSettings({.deleteOnRestart = true, .labelLookbackHours = 9});
+    set({.deleteOnRestart = true, .labelLookbackHours = 9});
     real(file);
   };
   EXPECT_EQ(run().bytesFreed(), 10);
   EXPECT_EQ(environment.settings(), (RetentionSettings{.deleteOnRestart = true, .lastRestartSweepBootMs = nowMs - dayMs, .labelLookbackHours = 9}));
-  std::set<std::string> left;
-  for (const auto& entry : std::filesystem::directory_iterator(display)) left.insert(entry.path().filename());
-  EXPECT_EQ(left, (std::set<std::string>{"2026-01-02T04.mkv", "2026-01-02T05.mkv", "2026-01-02T06.mkv", "frames.csv"}));
+  EXPECT_EQ(left(), (std::set<std::string>{"2026-01-02T04.mkv", "2026-01-02T05.mkv", "2026-01-02T06.mkv", "frames.csv"}));
   EXPECT_THROW(environment.ops.removeFile(display / "2026-01-02T06.mkv"), std::system_error);
-  ::unsetenv("AMBITCAP_DATA_ROOT");
-  DataPaths::overrideConfigURL({});
 }
 
 TEST(PurgeGuard, knowsProtectedMachines) {
@@ -152,7 +204,7 @@ TEST(RetentionSettings, readsEveryFile) {
   const RetentionSettings none, week{.policy = VideoRetention::DeleteOlderThanDays{7}};
   const RetentionSettings all{VideoRetention::DeleteOlderThanDays{0}, true, 1'795'590'029'000, 0, 48};
   EXPECT_EQ(RetentionSettingsStore::read(file), none);
-  EXPECT_FALSE(RetentionSettingsStore::isDamaged(file));
+  EXPECT_FALSE(RetentionSettingsStore::damage(file));
   RetentionSettingsStore::write(all, file);
   EXPECT_EQ(RetentionSettingsStore::read(folder.path() / "home/Library/Application Support/AmbitCapture/retention.json"), all);
   RetentionSettingsStore::write(none, file);
@@ -165,8 +217,19 @@ TEST(RetentionSettings, readsEveryFile) {
                            R"({"policy":{"days":7},"labelLookbackHours":"6"})"}) {
     writeFileAtomically(file, text);
     EXPECT_EQ(RetentionSettingsStore::read(file), none) << text;
-    EXPECT_TRUE(RetentionSettingsStore::isDamaged(file)) << text;
+    EXPECT_TRUE(RetentionSettingsStore::damage(file)) << text;
+    EXPECT_THROW(RetentionSettingsStore::change(file, [](auto& settings) { settings = {}; }), RetentionSettingsStore::Damaged);
+    EXPECT_EQ(readFile(file), text) << "it stays for a person to mend";
   }
+  RetentionSettingsStore::write(none, file);
+  {
+    std::vector<std::jthread> writers;
+    for (int i = 0; i < 4; ++i)
+      writers.emplace_back([&] {
+        for (int k = 0; k < 25; ++k) RetentionSettingsStore::change(file, [](auto& settings) { ++settings.labelLookbackHours; });
+      });
+  }
+  EXPECT_EQ(RetentionSettingsStore::read(file).labelLookbackHours, 106) << "no change is lost";
 }
 
 }  // namespace
