@@ -16,6 +16,7 @@
 #include "AmbitudeAppKit/Stores/BackgroundQueue.h"
 #include "AmbitudeAppKit/Views/DesktopApplication.h"
 #include "AmbitudeAppKit/Views/DesktopSession.h"
+#include "AmbitudeAppKit/Views/Language.h"
 #include "AmbitudeAppKit/Views/SingleApplication.h"
 #include "AmbitudeAppKit/Views/Theme.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
@@ -124,6 +125,7 @@ void mainLoop(char** argv) {
   QApplication::setApplicationName("halvo");
   QApplication::setApplicationDisplayName("Halvo");
   QApplication::setDesktopFileName("halvo");
+  Language::install();
   const auto appearanceFile = Appearance::path(environment);
   const auto appearance = Appearance::read(appearanceFile);
   Theme::install(application, appearance.mode, appearance.textPercent);

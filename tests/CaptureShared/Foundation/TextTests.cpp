@@ -5,6 +5,7 @@
 
 #include "CaptureShared/Foundation/Regex.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 namespace {
@@ -92,6 +93,20 @@ TEST(Regex, findsAndReplacesInCodePoints) {
   EXPECT_EQ(Regex("b").replaceAll("a\xff" "b\xc3", "c"), "a\xff" "c\xc3");
   EXPECT_FALSE(Regex("^.$").matches("\xff"));
   EXPECT_THROW(Regex("(a"), std::invalid_argument);
+}
+
+TEST(Translation, takesTheTranslationUnlessItDoesNotFitTheArguments) {
+  EXPECT_EQ(tr("{} of {}", 3, "four"), "3 of four");
+  setTranslator([](const std::string& source) -> std::string {
+    if (source == "{} of {}") return "{1}, davon {0}";
+    return source == "{} left" ? "{} von {}" : "«" + source + "»";
+  });
+  EXPECT_EQ(tr("Quiet"), "«Quiet»");
+  EXPECT_EQ(tr(""), "");
+  EXPECT_EQ(tr("{} of {}", 3, "four"), "four, davon 3");
+  EXPECT_EQ(tr("{} left", 3), "3 left");
+  setTranslator(nullptr);
+  EXPECT_EQ(tr("Quiet"), "Quiet");
 }
 
 }  // namespace
