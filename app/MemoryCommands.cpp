@@ -48,7 +48,7 @@ int show() {
 
 int forget(bool isSure) {
   return withDataRoot([&] {
-    print(MemoryPage::meaningOfForgetting);
+    print(MemoryPage::meaningOfForgetting());
     if (!isSure) {
       std::fputs("Type \"forget\" to go on: ", stdout);
       std::fflush(stdout);

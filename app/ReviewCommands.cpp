@@ -289,7 +289,7 @@ int score(bool everything) {
     const auto row = [](const auto& cells) {
       print(fmt::format("{:<14} {:>9} {:>9} {:>9} {:>9} {:>9}", cells[0], cells[1], cells[2], cells[3], cells[4], cells[5]));
     };
-    row(ReviewWords::Score::headers);
+    row(ReviewWords::Score::headers());
     for (auto cells : told.rows) cells[0] = oneLine(cells[0]), row(cells);
     for (const auto& line : told.lines) print(line);
     return 0;

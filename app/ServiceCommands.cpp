@@ -89,7 +89,7 @@ int status() {
   AgentPlace place;
   const auto states = place.actions().states();
   const auto page = ServicesPage::of(states, Health::complaints(states, place.environment(), Clock::system().nowMs()));
-  printRow(ServicesPage::headers);
+  printRow(ServicesPage::headers());
   for (const auto& row : page.rows)
     printRow(std::array{row.name, row.state, row.pid, row.lastExit, row.since, TerminalText::oneLine(row.health)});
   for (const auto& banner : page.banners) print(banner);

@@ -7,6 +7,7 @@
 #include "CaptureShared/Foundation/ExecutablePath.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Signals/SignalsNotes.h"
 
 namespace halvo {
@@ -22,7 +23,7 @@ Told failed(const BackgroundAgentActionError& error) { return {.words = error.wh
 
 /// Some lines name their agent themselves.
 Told unsettled(BackgroundAgent agent, const std::string& line, std::string detail) {
-  const bool isNamed = line.find(facts(agent).name) != std::string::npos;
+  const bool isNamed = line.find(displayName(agent)) != std::string::npos;
   return {.agent = isNamed ? std::nullopt : std::optional(agent), .words = line, .detail = std::move(detail), .isDone = false};
 }
 
@@ -52,13 +53,13 @@ std::vector<BackgroundAgentState> AgentActions::states() const {
 
 std::optional<std::string> AgentActions::refusal() const {
   if (deps_.allowed == Precondition::ok) return std::nullopt;
-  return "this copy (" + deps_.control.programFolder.string() + ") is not the installed one (" + deps_.installedFolder.string() +
-         "), so it registers nothing";
+  return tr("this copy ({}) is not the installed one ({}), so it registers nothing", deps_.control.programFolder.string(),
+            deps_.installedFolder.string());
 }
 
 void AgentActions::install(Agents agents, const Tell& tell) {
   if (const auto why = refusal()) return tell({.words = *why, .isDone = false});
-  if (!recoverSettings(tell, "nothing was installed")) return;
+  if (!recoverSettings(tell, tr("nothing was installed"))) return;
   for (const auto agent : agents) {
     const auto told = installOne(agent);
     lines_.with([&](auto& lines) {
@@ -76,9 +77,9 @@ bool AgentActions::recoverSettings(const Tell& tell, const std::string& otherwis
   try {
     const auto recovery = LegacyLaunchAgentRecovery::plan(deps_.control.legacyFolder, AgentConfig::load(deps_.configFile).settings);
     if (!recovery.settings.empty()) AgentConfig::setEnvSettings(recovery.settings, deps_.configFile);
-    if (!recovery.migratedKeys.empty()) tell({.words = "taken from the old installation: " + Text::join(recovery.migratedKeys, ", ")});
+    if (!recovery.migratedKeys.empty()) tell({.words = tr("taken from the old installation: {}", Text::join(recovery.migratedKeys, ", "))});
     if (!recovery.conflictingKeys.empty())
-      tell({.words = "set differently in the old installation, left as configured: " + Text::join(recovery.conflictingKeys, ", "),
+      tell({.words = tr("set differently in the old installation, left as configured: {}", Text::join(recovery.conflictingKeys, ", ")),
             .isDone = false});
     for (const auto& error : recovery.readErrors) tell({.words = error, .isDone = false});
     return true;
@@ -107,12 +108,12 @@ AgentActions::Told AgentActions::installOne(BackgroundAgent agent) {
     // What stands already may be an older copy's. It is renewed with the same care.
     if (isRegistered(migration.observe(agent)) && !hasCurrentUnits(agent)) migration.mark(agent);
   } catch (const std::system_error& error) {
-    return {.agent = agent, .words = std::string("not renewed: ") + error.what(), .isDone = false};
+    return {.agent = agent, .words = tr("not renewed: {}", error.what()), .isDone = false};
   }
   const auto outcome = migration.run(deps_.allowed, std::span(&agent, 1)).front();
   if (!outcome.isSettled) return unsettled(agent, outcome.line, Text::join(log, "; "));
   if (agent == BackgroundAgent::captureSupervisor) noteCaptureIs(false);
-  return {.agent = agent, .words = "installed"};
+  return {.agent = agent, .words = tr("installed")};
 }
 
 /// True when what lies with the manager is what this copy would write.
@@ -140,14 +141,14 @@ void AgentActions::start(const Tell& tell) {
 void AgentActions::restart(Agents agents, const Tell& tell) const {
   forEach(agents, tell, [this](BackgroundAgent agent) {
     const bool isRestarted = agents_.restart(agent) == BackgroundAgents::RestartOutcome::restarted;
-    return isRestarted ? "restarted" : "not running: install starts it";
+    return isRestarted ? tr("restarted") : tr("not running: install starts it");
   });
 }
 
 void AgentActions::stop(Agents agents, const Tell& tell) const {
   forEach(agents, tell, [this](BackgroundAgent agent) {
     agents_.stop(agent);
-    return "stopped until the next login";
+    return tr("stopped until the next login");
   });
 }
 
@@ -157,8 +158,8 @@ void AgentActions::remove(Agents agents, const Tell& tell) {
     told.isDone = true;
     tell(told);
   };
-  const bool mayTakeFiles = legacyFiles(agents).empty() || recoverSettings(note, "the old installation's settings can't be kept");
-  if (!mayTakeFiles) tell({.words = "the files of the old installation stay, and the next start goes on with them", .isDone = false});
+  const bool mayTakeFiles = legacyFiles(agents).empty() || recoverSettings(note, tr("the old installation's settings can't be kept"));
+  if (!mayTakeFiles) tell({.words = tr("the files of the old installation stay, and the next start goes on with them"), .isDone = false});
   forEach(agents, tell, [&](BackgroundAgent agent) {
     agents_.remove(agent);
     // Else the next start would go on with a move that nobody wants any more.
@@ -167,7 +168,7 @@ void AgentActions::remove(Agents agents, const Tell& tell) {
     if (agent == BackgroundAgent::captureSupervisor) noteCaptureIs(true);
     lines_.with([&](auto& lines) { lines.erase(agent); });
     if (mayTakeFiles) removeLegacyFile(agent);
-    return "removed";
+    return tr("removed");
   });
 }
 

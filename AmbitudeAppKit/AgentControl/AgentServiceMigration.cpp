@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include "CaptureShared/Foundation/Translation.h"
+
 namespace halvo::AgentServiceMigration {
 
 namespace {
@@ -82,24 +84,24 @@ ServiceErrorKind errorKind(std::string_view domain, int code) {
 }
 
 std::string userMessage(ServiceAction action, std::string_view agentName, ServiceErrorKind kind) {
-  const std::string name(agentName), onOrOff = action == ServiceAction::turnOn ? "on" : "off";
+  const auto onOrOff = action == ServiceAction::turnOn ? tr("on") : tr("off");
   switch (kind) {
     case ServiceErrorKind::damagedCopy:
-      return "This copy of Halvo looks damaged, so " + name + " can't be turned " + onOrOff + ". Reinstall Halvo, then try again.";
+      return tr("This copy of Halvo looks damaged, so {} can't be turned {}. Reinstall Halvo, then try again.", agentName, onOrOff);
     case ServiceErrorKind::notAllowed:
-      return "Halvo isn't allowed to turn " + name + " " + onOrOff + ". Check that Halvo is on in Login Items, then try again.";
+      return tr("Halvo isn't allowed to turn {} {}. Check that Halvo is on in Login Items, then try again.", agentName, onOrOff);
     case ServiceErrorKind::temporary:
-      return name + " couldn't be turned " + onOrOff + " just now. Try again, and restart your Mac if it keeps happening.";
+      return tr("{} couldn't be turned {} just now. Try again, and restart your Mac if it keeps happening.", agentName, onOrOff);
   }
   return {};
 }
 
-std::string_view rowLine(LeaveReason reason) {
+std::string rowLine(LeaveReason reason) {
   switch (reason) {
     case LeaveReason::launchdUnknown:
     case LeaveReason::disableStateUnknown:
-      return "Couldn't check how this is running, so the move will try again the next time Halvo opens.";
-    case LeaveReason::disabledByLaunchd: return "macOS is holding this off, so it can't start until you allow it to run again.";
+      return tr("Couldn't check how this is running, so the move will try again the next time Halvo opens.");
+    case LeaveReason::disabledByLaunchd: return tr("macOS is holding this off, so it can't start until you allow it to run again.");
   }
   return {};
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "AmbitudeAppKit/AgentControl/BackgroundAgent.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "Platform/Services/ServiceManager.h"
 
 /// Whether and how agents move from property lists in the user's folder to registered services. Pure: it reads nothing, and
@@ -20,9 +21,9 @@ inline constexpr std::string_view installedAppPath = "/Applications/Halvo.app";
 inline constexpr std::string_view supervisorLabel = "com.brindle.lark.supervisor.direct";
 inline constexpr std::string_view coachLabel = "com.brindle.lark.coach.direct";
 inline constexpr std::string_view developerTeamID = "B7RNDL3HV0";  ///< the maker's signing team
-inline constexpr std::string_view setUpButDidNotStartLine = "Set up, but it didn't start. Reinstall to try again.";
+inline constexpr std::string_view setUpButDidNotStartLine = trMark("Set up, but it didn't start. Reinstall to try again.");
 inline constexpr std::string_view legacyCleanupBlockedLine =
-    "Halvo is still clearing out its old background setup, so the new one isn't on yet. It tries again the next time Halvo opens.";
+    trMark("Halvo is still clearing out its old background setup, so the new one isn't on yet. It tries again the next time Halvo opens.");
 
 enum class Precondition { ok, notDeveloperID, notInstalledCopy, debugBuild };
 struct Bundle {
@@ -93,7 +94,7 @@ enum class ServiceAction { turnOn, turnOff };
 ServiceErrorKind errorKind(std::string_view domain, int code);
 std::string userMessage(ServiceAction action, std::string_view agentName, ServiceErrorKind kind);
 /// What stands beside an agent that was left alone.
-std::string_view rowLine(LeaveReason reason);
+std::string rowLine(LeaveReason reason);
 
 struct Liveness {
   ServiceStatus status = ServiceStatus::notRegistered;

@@ -5,6 +5,7 @@
 #include "AmbitudeAppKit/AgentControl/LaunchdPrint.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -57,7 +58,7 @@ std::vector<AgentServiceMigrationRunner::Outcome> AgentServiceMigrationRunner::r
     outcomes.push_back(match(
         actions[i],
         [&](const Leave& leave) {
-          return Outcome{.agent = agents[i], .action = leave, .line = std::string(rowLine(leave.reason)), .isSettled = false};
+          return Outcome{.agent = agents[i], .action = leave, .line = rowLine(leave.reason), .isSettled = false};
         },
         [&](Step step) { return carryOut(agents[i], jobs[i], step); }));
   return outcomes;
@@ -81,8 +82,8 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::retire(Backgro
   // The registration does not run, so the legacy job has to be moved after all.
   if (proof && std::holds_alternative<RollBack>(*proof)) return replace(agent, job, std::move(outcome));
   outcome.isSettled = false;
-  outcome.line = proof ? userMessage(ServiceAction::turnOn, facts(agent).name, ServiceErrorKind::notAllowed)
-                       : std::string(rowLine(LeaveReason::launchdUnknown));
+  outcome.line = proof ? userMessage(ServiceAction::turnOn, displayName(agent), ServiceErrorKind::notAllowed)
+                       : rowLine(LeaveReason::launchdUnknown);
   return outcome;
 }
 
@@ -100,7 +101,7 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::replace(Backgr
   } catch (const std::system_error& error) {
     say(name + ": not moved: " + error.what());
     outcome.isSettled = false;
-    outcome.line = legacyCleanupBlockedLine;
+    outcome.line = tr(legacyCleanupBlockedLine);
     return outcome;
   }
   std::vector<UnitFile> stood;
@@ -121,7 +122,7 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::replace(Backgr
       if (const auto failure = deps_.services.bootout(name)) return back(failure->text);
   }
   if (const auto failure = deps_.services.registerService(name)) {
-    outcome.line = userMessage(ServiceAction::turnOn, facts(agent).name, errorKind(failure->domain, failure->code));
+    outcome.line = userMessage(ServiceAction::turnOn, displayName(agent), errorKind(failure->domain, failure->code));
     return back(failure->text);
   }
   return match(
@@ -131,7 +132,7 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::replace(Backgr
       // The legacy file stays until the registration has run; the marker too, so that the next run looks again.
       [&](const AwaitingApproval&) {
         outcome.isSettled = false;
-        outcome.line = userMessage(ServiceAction::turnOn, facts(agent).name, ServiceErrorKind::notAllowed);
+        outcome.line = userMessage(ServiceAction::turnOn, displayName(agent), ServiceErrorKind::notAllowed);
         return outcome;
       });
 }
@@ -164,12 +165,12 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::rollBack(Backg
   const auto name = label(agent);
   say(name + ": rolled back: " + reason);
   outcome.isSettled = false;
-  if (outcome.line.empty()) outcome.line = setUpButDidNotStartLine;
+  if (outcome.line.empty()) outcome.line = tr(setUpButDidNotStartLine);
   const auto failure = deps_.services.unregister(name);
   if (failure) say(name + ": its registration could not be taken back: " + failure->text);
   // The legacy file was never touched. What did not come back is a later run's, told by the marker.
   if (!bringBack(job, stood) || (failure && stood.empty())) {
-    outcome.line = legacyCleanupBlockedLine;
+    outcome.line = tr(legacyCleanupBlockedLine);
     return outcome;
   }
   // A registration that stood before has gone, with nothing in its place.
@@ -204,7 +205,7 @@ AgentServiceMigrationRunner::Outcome AgentServiceMigrationRunner::finish(Backgro
     // It runs from its registration; the file is retired by the next run.
     say(label(agent) + ": " + error.what());
     outcome.isSettled = false;
-    outcome.line = legacyCleanupBlockedLine;
+    outcome.line = tr(legacyCleanupBlockedLine);
   }
   return outcome;
 }

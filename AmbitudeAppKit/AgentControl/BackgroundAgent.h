@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "CaptureShared/Foundation/RawValue.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -24,7 +25,7 @@ struct RawValues<BackgroundAgent> {
 
 struct BackgroundAgentFacts {
   BackgroundAgent agent;
-  std::string_view name;         ///< what a person calls it
+  std::string_view name;         ///< what a person calls it; `displayName` is what they see
   std::string_view shortName;    ///< what a person types
   std::string_view program;      ///< the file's name; its log's too
   std::string_view description;
@@ -33,14 +34,20 @@ struct BackgroundAgentFacts {
 };
 
 inline constexpr std::array<BackgroundAgentFacts, 5> backgroundAgents{{
-    {BackgroundAgent::captureSupervisor, "Capture", "capture", "Supervisor", "Halvo: records what happens on the screen", false, true},
-    {BackgroundAgent::coachDriver, "Coach", "coach", "CoachDriver", "Halvo: decides whether Lark speaks", false, true},
-    {BackgroundAgent::consolidate, "Nightly memory", "memory", "Consolidate", "Halvo: digests the day", true, false},
-    {BackgroundAgent::classifier, "Classifier", "classifier", "ClassifierVerify", "Halvo: judges what is on the screen", false, true},
-    {BackgroundAgent::localModel, "Local model", "model", "LocalModel", "Halvo: the local model's server", false, false},
+    {.agent = BackgroundAgent::captureSupervisor, .name = trMark("Capture"), .shortName = "capture", .program = "Supervisor",
+     .description = "Halvo: records what happens on the screen", .isScheduled = false, .requiresPid = true},
+    {.agent = BackgroundAgent::coachDriver, .name = trMark("Coach"), .shortName = "coach", .program = "CoachDriver",
+     .description = "Halvo: decides whether Lark speaks", .isScheduled = false, .requiresPid = true},
+    {.agent = BackgroundAgent::consolidate, .name = trMark("Nightly memory"), .shortName = "memory", .program = "Consolidate",
+     .description = "Halvo: digests the day", .isScheduled = true, .requiresPid = false},
+    {.agent = BackgroundAgent::classifier, .name = trMark("Classifier"), .shortName = "classifier", .program = "ClassifierVerify",
+     .description = "Halvo: judges what is on the screen", .isScheduled = false, .requiresPid = true},
+    {.agent = BackgroundAgent::localModel, .name = trMark("Local model"), .shortName = "model", .program = "LocalModel",
+     .description = "Halvo: the local model's server", .isScheduled = false, .requiresPid = false},
 }};
 
 constexpr const BackgroundAgentFacts& facts(BackgroundAgent agent) { return backgroundAgents[static_cast<std::size_t>(agent)]; }
+inline std::string displayName(BackgroundAgent agent) { return tr(facts(agent).name); }
 inline std::string label(BackgroundAgent agent) { return std::string(rawValue(agent)); }
 
 }  // namespace halvo

@@ -2,6 +2,7 @@
 
 #include "AmbitudeAppKit/AgentControl/LaunchdPrint.h"
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -12,7 +13,7 @@ using State = BackgroundAgentState;
 using ActionError = BackgroundAgentActionError;
 
 std::string wordsOf(const ActionError::Case& which) {
-  const auto nameOf = [](BackgroundAgent agent) { return facts(agent).name; };
+  const auto nameOf = [](BackgroundAgent agent) { return displayName(agent); };
   return match(
       which,
       [&](const ActionError::BundleSourceMissing& e) {
@@ -99,14 +100,14 @@ void BackgroundAgents::remove(BackgroundAgent agent) const {
     if (const auto failure = deps_.services.bootout(name)) throw failed(*failure);
 }
 
-std::string describe(const BackgroundAgentState::RunState& state) {
+const char* describe(const BackgroundAgentState::RunState& state) {
   return match(
-      state, [](const State::Running&) { return std::string("running"); },
-      [](const State::Idle& idle) { return std::string(idle.lastExitCode ? "idle" : "waiting for its first run"); },
-      [](const State::Failing&) { return std::string("failing"); }, [](const State::Unknown&) { return std::string("unknown"); },
-      [](const State::NotInstalled&) { return std::string("not installed"); },
-      [](const State::InstalledNotLoaded&) { return std::string("stopped"); },
-      [](const State::RequiresApproval&) { return std::string("needs approval"); });
+      state, [](const State::Running&) { return trMark("running"); },
+      [](const State::Idle& idle) { return idle.lastExitCode ? trMark("idle") : trMark("waiting for its first run"); },
+      [](const State::Failing&) { return trMark("failing"); }, [](const State::Unknown&) { return trMark("unknown"); },
+      [](const State::NotInstalled&) { return trMark("not installed"); },
+      [](const State::InstalledNotLoaded&) { return trMark("stopped"); },
+      [](const State::RequiresApproval&) { return trMark("needs approval"); });
 }
 
 }  // namespace halvo

@@ -43,6 +43,6 @@ class BackgroundAgents {
 };
 
 /// What a person is told of a state, without its pid.
-std::string describe(const BackgroundAgentState::RunState& state);
+const char* describe(const BackgroundAgentState::RunState& state);
 
 }  // namespace halvo

@@ -6,6 +6,7 @@
 #include "AmbitudeAppKit/AgentControl/BackgroundAgent.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo::LegacyLaunchAgentRecovery {
 
@@ -53,7 +54,7 @@ Recovery plan(const std::map<std::string, std::string>& plistTexts, const AgentC
   std::map<std::string, std::set<std::string>> found;
   for (const auto& [file, text] : plistTexts) {
     const auto environment = environmentIn(text);
-    if (!environment) recovery.readErrors.push_back(file + ": not a property list in XML");
+    if (!environment) recovery.readErrors.push_back(tr("{}: not a property list in XML", file));
     for (const auto& [key, value] : environment.value_or(std::map<std::string, std::string>{}))
       if (AgentConfig::isAllowed(key) && !Text::isBlank(value)) found[key].insert(value);
   }

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include <fmt/format.h>
-
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
 #include "CaptureShared/Signals/SignalsStaleness.h"
 
@@ -18,28 +17,28 @@ State warning(std::string title, std::string detail) {
 }
 
 State faultState(const CaptureFault& fault, std::int64_t nowMs) {
-  const auto since = "for " + brief(static_cast<double>(nowMs - fault.sinceMs) / 1000);
-  return warning(std::string(CaptureFault::headline(fault.kind)), fault.detail.empty() ? since : since + "; " + fault.detail);
+  const auto since = tr("for {}", brief(static_cast<double>(nowMs - fault.sinceMs) / 1000));
+  return warning(CaptureFault::headline(fault.kind), fault.detail.empty() ? since : since + "; " + fault.detail);
 }
 
 State silentState(Component component, const Silent& silent) {
-  const auto what = std::string(whatItDoes(component));
-  if (!silent.lastActivityMs) return warning(fmt::format("{} has not been at work yet", displayName(component)), what);
-  return warning(fmt::format("{} is silent", displayName(component)), fmt::format("{}: nothing for {}", what, brief(silent.quietFor)));
+  const auto what = whatItDoes(component);
+  if (!silent.lastActivityMs) return warning(tr("{} has not been at work yet", displayName(component)), what);
+  return warning(tr("{} is silent", displayName(component)), tr("{}: nothing for {}", what, brief(silent.quietFor)));
 }
 
 State pausedState(const Pause& pause, std::int64_t nowMs) {
   const auto heldSec = pause.sinceMs ? std::optional(static_cast<double>(nowMs - *pause.sinceMs) / 1000) : std::nullopt;
-  auto detail = heldSec ? "for " + brief(*heldSec) : std::string();
+  auto detail = heldSec ? tr("for {}", brief(*heldSec)) : std::string();
   // Nobody is on a call that long: the person should look whether one is really on.
-  if (heldSec.value_or(0) > Pause::longHold) return warning("Still on hold for a call", std::move(detail));
-  return {.symbol = "media-playback-pause-symbolic", .title = "On hold for a call", .detail = std::move(detail)};
+  if (heldSec.value_or(0) > Pause::longHold) return warning(tr("Still on hold for a call"), std::move(detail));
+  return {.symbol = "media-playback-pause-symbolic", .title = tr("On hold for a call"), .detail = std::move(detail)};
 }
 
 std::string names(std::span<const std::pair<Component, Status>> components, auto&& isMeant) {
   std::string list;
   for (const auto& [component, status] : components)
-    if (isMeant(status)) list += (list.empty() ? "" : ", ") + std::string(displayName(component));
+    if (isMeant(status)) list += (list.empty() ? "" : ", ") + displayName(component);
   return list;
 }
 
@@ -54,21 +53,23 @@ std::optional<State> componentState(const Facts& facts) {
 }  // namespace
 
 State state(const Facts& facts) {
-  if (facts.dataRootTrouble) return warning("Recording nothing", *facts.dataRootTrouble);
+  if (facts.dataRootTrouble) return warning(tr("Recording nothing"), *facts.dataRootTrouble);
   const auto& pause = facts.recordingPause;
-  if (pause && pause->isUnreadable) return warning("Recording " + pause->words, "pause it anew, or resume it");
+  if (pause && pause->isUnreadable) return warning(tr("Recording {}", pause->words), tr("pause it anew, or resume it"));
   // What stopped the recorder before the person did is no matter while they want none.
   if (!pause && facts.fault && !CaptureFaultStore::isStale(*facts.fault, facts.nowMs)) return faultState(*facts.fault, facts.nowMs);
   if (auto state = componentState(facts)) {
-    if (pause) state->detail += (state->detail.empty() ? "recording " : "; recording ") + pause->words;
+    if (pause) state->detail += (state->detail.empty() ? "" : "; ") + tr("recording {}", pause->words);
     return *state;
   }
   const auto off = names(facts.components, [](const Status& status) { return std::holds_alternative<OffByChoice>(status); });
   const auto on = names(facts.components, [](const Status& status) { return !std::holds_alternative<OffByChoice>(status); });
   if (pause)
-    return {.symbol = "media-playback-pause-symbolic", .title = "Recording " + pause->words, .detail = "by choice" + (on.empty() ? "" : "; at work: " + on)};
-  if (on.empty()) return {.symbol = "system-shutdown-symbolic", .title = "Off", .detail = "by choice"};
-  return {.symbol = "emblem-ok-symbolic", .title = "Working", .detail = on + (off.empty() ? "" : "; off by choice: " + off)};
+    return {.symbol = "media-playback-pause-symbolic",
+            .title = tr("Recording {}", pause->words),
+            .detail = on.empty() ? tr("by choice") : tr("by choice; at work: {}", on)};
+  if (on.empty()) return {.symbol = "system-shutdown-symbolic", .title = tr("Off"), .detail = tr("by choice")};
+  return {.symbol = "emblem-ok-symbolic", .title = tr("Working"), .detail = off.empty() ? on : tr("{}; off by choice: {}", on, off)};
 }
 
 std::string brief(double seconds) {

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <map>
 
-#include <fmt/format.h>
-
 #include "AmbitudeAppKit/Present/NowPage.h"
 #include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "AmbitudeCore/Coach/CoachServiceStatus.h"
@@ -13,6 +11,7 @@
 #include "AmbitudeCore/Folds/Declaration.h"
 #include "AmbitudeCore/Folds/EventTypes.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -32,7 +31,7 @@ Entry message(const EventLogEvent& event) {
   if (textOf(event, "role") == "user") return {.tsMs = event.tsMs, .kind = Kind::you, .text = textOf(event, "text")};
   Entry entry{.tsMs = event.tsMs, .kind = Kind::lark, .text = textOf(event, "text"), .thinking = textOf(event, "thinking")};
   if (const auto cause = AppChatEvents::fallbackCause(event))
-    entry.servedBy = disclosureLine(*cause, event.text("served_by") ? textOf(event, "served_by") : "another model");
+    entry.servedBy = disclosureLine(*cause, event.text("served_by") ? textOf(event, "served_by") : tr("another model"));
   return entry;
 }
 
@@ -41,10 +40,10 @@ bool isByLark(const EventLogEvent& declared) { return declared.text("notes") != 
 
 Entry declaration(const EventLogEvent& event, const Declaration& declared, bool isInForce) {
   auto words = declared.notes;
-  if (declared.horizonMinutes) words += fmt::format(" for {}", Durations::spoken(*declared.horizonMinutes * 60'000LL));
-  if (declared.legacyUntil) words += " until " + *declared.legacyUntil;
-  if (!isByLark(event)) return {.tsMs = event.tsMs, .kind = Kind::declared, .text = "You declared: " + words};
-  Entry entry{.tsMs = event.tsMs, .kind = Kind::effect, .text = "Noted as your intention: " + words};
+  if (declared.horizonMinutes) words = tr("{} for {}", words, Durations::spoken(*declared.horizonMinutes * 60'000LL));
+  if (declared.legacyUntil) words = tr("{} until {}", words, *declared.legacyUntil);
+  if (!isByLark(event)) return {.tsMs = event.tsMs, .kind = Kind::declared, .text = tr("You declared: {}", words)};
+  Entry entry{.tsMs = event.tsMs, .kind = Kind::effect, .text = tr("Noted as your intention: {}", words)};
   if (isInForce) entry.undo = Conversation::TakeBackDeclaration{event.tsMs};
   return entry;
 }
@@ -80,7 +79,7 @@ Standing standingOf(const Conversation::Past& past) {
 }
 
 std::optional<Entry> correction(const CoachCorrection& said, const Conversation::Past& past) {
-  Entry entry{.tsMs = said.atMs, .kind = Kind::effect, .text = "Lark will keep in mind: " + said.text};
+  Entry entry{.tsMs = said.atMs, .kind = Kind::effect, .text = tr("Lark will keep in mind: {}", said.text)};
   const auto isSame = [&](const CoachCorrection& kept) { return kept.atMs == said.atMs && kept.text == said.text; };
   const bool isKept = !past.corrections || std::ranges::any_of(*past.corrections, isSame);
   if (isKept && said.isInForce(past.nowMs)) entry.undo = Conversation::ForgetCorrection{said.atMs};
@@ -88,7 +87,7 @@ std::optional<Entry> correction(const CoachCorrection& said, const Conversation:
 }
 
 Entry options(const EventLogEvent& event, bool isWaiting) {
-  Entry entry{.tsMs = event.tsMs, .kind = Kind::effect, .text = "Lark offers: " + textOf(event, "title")};
+  Entry entry{.tsMs = event.tsMs, .kind = Kind::effect, .text = tr("Lark offers: {}", textOf(event, "title"))};
   const auto* offered = event.detail.find("options");
   if (!isWaiting || !offered || !offered->arrayValue()) return entry;
   for (const auto& option : *offered->arrayValue()) {
@@ -106,7 +105,7 @@ std::optional<Entry> entryOf(const EventLogEvent& event, const Standing& standin
     return role == "user" || role == "coach" ? std::optional(message(event)) : std::nullopt;
   }
   if (const auto declared = Declaration::decode(event)) return declaration(event, *declared, &event == standing.declared);
-  if (event.type == EventType::taskCleared) return Entry{.tsMs = event.tsMs, .kind = Kind::declared, .text = "Declaration cleared"};
+  if (event.type == EventType::taskCleared) return Entry{.tsMs = event.tsMs, .kind = Kind::declared, .text = tr("Declaration cleared")};
   if (event.type == EventType::userQuietRequested) {
     const auto window = UserQuietWindow::latest(std::span(&event, 1), event.tsMs);
     if (!window) return std::nullopt;
@@ -115,7 +114,7 @@ std::optional<Entry> entryOf(const EventLogEvent& event, const Standing& standin
     if (latest && latest->requestedMs == event.tsMs && latest->isInForce(nowMs)) entry.undo = Conversation::EndQuiet{event.tsMs};
     return entry;
   }
-  if (event.type == EventType::userQuietCancelled) return Entry{.tsMs = event.tsMs, .kind = Kind::effect, .text = "Quiet is over"};
+  if (event.type == EventType::userQuietCancelled) return Entry{.tsMs = event.tsMs, .kind = Kind::effect, .text = tr("Quiet is over")};
   if (event.type == EventType::correctionRecorded) {
     const auto said = standing.corrections.find(&event);
     return said == standing.corrections.end() ? std::nullopt : correction(said->second, past);
@@ -124,13 +123,13 @@ std::optional<Entry> entryOf(const EventLogEvent& event, const Standing& standin
   if (event.type == projectLinked)
     return Entry{.tsMs = event.tsMs,
                  .kind = Kind::effect,
-                 .text = fmt::format("Noted: {} is part of {}", textOf(event, "app"), textOf(event, "project"))};
+                 .text = tr("Noted: {} is part of {}", textOf(event, "app"), textOf(event, "project"))};
   if (auto told = CoachServiceStatus::displayText(event))
     return Entry{.tsMs = event.tsMs,
                  .kind = event.type == EventType::coachServiceRestored ? Kind::effect : Kind::notice,  // good news is no warning
                  .text = std::move(*told)};
   if (const auto* told = event.text(AppChatEvents::turnFailedUserReasonKey))
-    return Entry{.tsMs = event.tsMs, .kind = Kind::notice, .text = *told};
+    return Entry{.tsMs = event.tsMs, .kind = Kind::notice, .text = tr(*told)};
   return std::nullopt;
 }
 
@@ -141,8 +140,8 @@ bool isSameDay(std::int64_t a, std::int64_t b, const Calendar& calendar) {
 
 /// "Mar 4" of "Mar 4, 9:15".
 std::string dayName(std::int64_t ms, std::int64_t nowMs, const Calendar& calendar) {
-  if (isSameDay(ms, nowMs, calendar)) return "Today";
-  if (isSameDay(ms, nowMs - 86'400'000, calendar)) return "Yesterday";
+  if (isSameDay(ms, nowMs, calendar)) return tr("Today");
+  if (isSameDay(ms, nowMs - 86'400'000, calendar)) return tr("Yesterday");
   const auto text = calendar.monthDayHourMinute(ms);
   return text.substr(0, text.find(','));
 }

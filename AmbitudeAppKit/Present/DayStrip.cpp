@@ -9,6 +9,7 @@
 #include "AmbitudeCore/Folds/EventTypes.h"
 #include "AmbitudeCore/Folds/UserQuietWindow.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Signals/ActivityTimeline.h"
 
 namespace halvo {
@@ -43,7 +44,7 @@ Blocks appBlocks(const DayStore::Rows& rows, const ActivityTimeline::Range& rang
   AppSlots slots;
   for (const auto& span : ActivityTimeline::appSpans(rows.samples, range)) {
     const bool isLocked = Text::equalsIgnoringCase(span.value, "loginwindow");
-    blocks.push_back({span.fromMs, span.toMs, isLocked ? "screen locked" : span.value,
+    blocks.push_back({span.fromMs, span.toMs, isLocked ? tr("screen locked") : span.value,
                       isLocked ? DayStrip::locked : slots.of(span.value)});
   }
   return blocks;
@@ -53,7 +54,7 @@ Blocks presenceBlocks(const DayStore::Rows& rows, const ActivityTimeline::Range&
   Blocks blocks;
   for (const auto& span : ActivityTimeline::presenceSpans(rows.samples, range)) {
     using enum ActivityTimeline::Presence;
-    const auto* label = span.value == active ? "at the keyboard" : span.value == idle ? "still" : "away";
+    const auto label = span.value == active ? tr("at the keyboard") : span.value == idle ? tr("still") : tr("away");
     blocks.push_back({span.fromMs, span.toMs, label, static_cast<int>(span.value)});
   }
   return blocks;
@@ -61,10 +62,10 @@ Blocks presenceBlocks(const DayStore::Rows& rows, const ActivityTimeline::Range&
 
 DayStrip::Block verdictBlock(const ClassifierTick& tick, std::int64_t ms) {
   const auto state = tick.state.value_or("");
-  if (state == "ON_TASK") return {ms, ms, "on task", DayStrip::onTask, tick.reason.value_or("")};
-  if (state == "NOT_ALIGNED") return {ms, ms, "off task", DayStrip::notAligned, tick.reason.value_or("")};
-  if (state == "IDLE") return {ms, ms, "nobody there", DayStrip::idle, tick.reason.value_or("")};
-  return {ms, ms, state == "NO_TASK" ? "nothing declared" : "not judged", DayStrip::other, tick.reason.value_or("")};
+  if (state == "ON_TASK") return {ms, ms, tr("on task"), DayStrip::onTask, tick.reason.value_or("")};
+  if (state == "NOT_ALIGNED") return {ms, ms, tr("off task"), DayStrip::notAligned, tick.reason.value_or("")};
+  if (state == "IDLE") return {ms, ms, tr("nobody there"), DayStrip::idle, tick.reason.value_or("")};
+  return {ms, ms, state == "NO_TASK" ? tr("nothing declared") : tr("not judged"), DayStrip::other, tick.reason.value_or("")};
 }
 
 Blocks verdictBlocks(const DayStore::Rows& rows, std::int64_t fromMs, std::int64_t toMs) {
@@ -126,11 +127,11 @@ const DayStrip::Block* blockAt(const Blocks& blocks, std::int64_t ms) {
 std::string described(const DayStrip::Mark& mark) {
   using Kind = DayStrip::Mark::Kind;
   switch (mark.kind) {
-    case Kind::checkIn: return mark.words.empty() ? "Lark asked" : "Lark: " + mark.words;
-    case Kind::declared: return "declared: " + mark.words;
-    case Kind::cleared: return "declaration cleared";
-    case Kind::quiet: return "quiet began";
-    case Kind::quietOver: return "quiet ended";
+    case Kind::checkIn: return mark.words.empty() ? tr("Lark asked") : tr("Lark: {}", mark.words);
+    case Kind::declared: return tr("declared: {}", mark.words);
+    case Kind::cleared: return tr("declaration cleared");
+    case Kind::quiet: return tr("quiet began");
+    case Kind::quietOver: return tr("quiet ended");
   }
   return {};
 }
@@ -159,11 +160,11 @@ std::vector<std::string> DayStrip::explain(std::int64_t ms, std::int64_t reachMs
   std::vector<std::string> lines{calendar.hourMinute(ms)};
   const auto* app = blockAt(apps, ms);
   const auto* here = blockAt(presence, ms);
-  if (app || here) lines.push_back((app ? app->label : std::string("no app known")) + (here ? ", " + here->label : ""));
+  if (app || here) lines.push_back((app ? app->label : tr("no app known")) + (here ? ", " + here->label : ""));
   if (const auto* verdict = blockAt(verdicts, ms)) lines.push_back(verdict->label + (verdict->detail.empty() ? "" : ": " + verdict->detail));
   for (const auto& mark : marks)
     if (std::abs(mark.ms - ms) <= reachMs) lines.push_back(described(mark));
-  if (lines.size() == 1) lines.push_back("nothing was recorded");
+  if (lines.size() == 1) lines.push_back(tr("nothing was recorded"));
   return lines;
 }
 

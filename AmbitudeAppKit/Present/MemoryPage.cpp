@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include <fmt/format.h>
-
 #include "AmbitudeAppKit/Stores/Corrections.h"
 #include "AmbitudeAppKit/Stores/EventSearch.h"
 #include "AmbitudeCore/Memory/ConsolidationHealthPresentation.h"
@@ -12,6 +10,7 @@
 #include "AmbitudeCore/Memory/MemoryWipeLog.h"
 #include "AmbitudeCore/Memory/StandingComparison.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -21,30 +20,40 @@ std::string datesOf(const std::vector<std::int64_t>& times, const Calendar& cale
   constexpr std::size_t shown = 3;
   std::string text;
   for (std::size_t i = 0; i < times.size() && i < shown; ++i) text += (i ? "; " : "") + calendar.monthDayHourMinute(times[i]);
-  return times.size() > shown ? text + fmt::format(" and {} more", times.size() - shown) : text;
+  return times.size() > shown ? tr("{} and {} more", text, times.size() - shown) : text;
 }
 
 std::string originOf(const MemoryFact& fact, const std::vector<MemoryFact>& unsupported, const Calendar& calendar) {
-  const auto* how = fact.provenance == MemoryFactProvenance::asserted ? "you said so" : "concluded, not said";
+  const auto how = fact.provenance == MemoryFactProvenance::asserted ? tr("you said so") : tr("concluded, not said");
   const auto dates = datesOf(fact.sourceEventTsMs, calendar);
   const bool isUnsupported = std::ranges::find(unsupported, fact) != unsupported.end();
-  return std::string(how) + (dates.empty() ? "" : ", " + dates) + (isUnsupported ? "; no digest holds it" : "");
+  return how + (dates.empty() ? "" : ", " + dates) + (isUnsupported ? tr("; no digest holds it") : "");
 }
 
 std::string originOf(const std::string& lesson, const std::vector<PeriodDigest>& digests, const Calendar& calendar) {
   std::vector<std::int64_t> starts;
   for (const auto& digest : digests)
     if (std::ranges::find(digest.lessons, lesson) != digest.lessons.end()) starts.push_back(digest.periodStartTsMs);
-  return starts.empty() ? "drawn together from several periods" : "from the period of " + datesOf(starts, calendar);
+  return starts.empty() ? tr("drawn together from several periods") : tr("from the period of {}", datesOf(starts, calendar));
 }
 
 std::string howOf(const CoachCorrection& correction, std::int64_t nowMs, const Calendar& calendar) {
-  auto how = correction.isStanding()        ? std::string("standing")
-             : !correction.isInForce(nowMs) ? std::string("over")
-                                            : "until " + calendar.monthDayHourMinute(*correction.expiresAtMs);
-  if (correction.scope) how += *correction.scope == CoachCorrection::Scope::whetherToSpeak ? ", whether to speak" : ", what to say";
-  if (!correction.isPending()) how += ", taken into memory";
-  return how + ", said " + calendar.monthDayHourMinute(correction.atMs);
+  auto how = correction.isStanding()        ? tr("standing")
+             : !correction.isInForce(nowMs) ? tr("over")
+                                            : tr("until {}", calendar.monthDayHourMinute(*correction.expiresAtMs));
+  if (correction.scope) how += *correction.scope == CoachCorrection::Scope::whetherToSpeak ? tr(", whether to speak") : tr(", what to say");
+  if (!correction.isPending()) how += tr(", taken into memory");
+  return tr("{}, said {}", how, calendar.monthDayHourMinute(correction.atMs));
+}
+
+std::string statusOf(MemoryThreadStatus status) {
+  switch (status) {
+    case MemoryThreadStatus::active: return tr("active");
+    case MemoryThreadStatus::dormant: return tr("dormant");
+    case MemoryThreadStatus::done: return tr("done");
+    case MemoryThreadStatus::dropped: return tr("dropped");
+  }
+  return {};
 }
 
 /// The notice about a memory that does not come about, when there is one.
@@ -58,26 +67,28 @@ std::string noticeOf(const std::optional<StandingMemory>& memory, bool isDevelop
 
 }  // namespace
 
-const char* const MemoryPage::meaningOfForgetting =
-    "Forgetting covers everything up to now: what was learned of you, and what you told Lark about how to behave.\n"
-    "From the next turn on neither Lark nor the nightly job uses any of it. What comes after now is remembered as usual.\n"
-    "No file is deleted: the digests and the logs stay under the data root until you remove them. This can't be taken back here.";
+std::string MemoryPage::meaningOfForgetting() {
+  return tr(
+      "Forgetting covers everything up to now: what was learned of you, and what you told Lark about how to behave.\n"
+      "From the next turn on neither Lark nor the nightly job uses any of it. What comes after now is remembered as usual.\n"
+      "No file is deleted: the digests and the logs stay under the data root until you remove them. This can't be taken back here.");
+}
 
 MemoryPage MemoryPage::read(const std::filesystem::path& root, std::int64_t nowMs, const Calendar& calendar) {
   MemoryPage page;
   page.preferences = CoachPreferencesStore::read(root);
   const auto wipe = MemoryWipeLog::latestAtMs(MemoryWipeLog::defaultURL(root));
-  if (wipe) page.forgotten = "everything before " + calendar.monthDayHourMinute(*wipe) + " is forgotten";
+  if (wipe) page.forgotten = tr("everything before {} is forgotten", calendar.monthDayHourMinute(*wipe));
   const auto memory = MemoryWipeFilter::standing(MemoryStore::readStanding(root), wipe);
   page.notice = noticeOf(memory, page.preferences.developerModeEnabled, root);
   for (const auto& correction : Corrections::list(root))
     page.corrections.push_back({correction.atMs, correction.text, howOf(correction, nowMs, calendar)});
   if (!memory) return page;
   const auto digests = MemoryWipeFilter::digests(MemoryStore::readAllDigests(root), wipe);
-  page.asOf = fmt::format("as of {}, from {} period(s)", calendar.monthDayHourMinute(memory->regeneratedAtTsMs), memory->digestCount);
-  if (memory->salvaged) page.unorganized = memory->salvageDetail.value_or("the last reply could not be used");
+  page.asOf = tr("as of {}, from {} period(s)", calendar.monthDayHourMinute(memory->regeneratedAtTsMs), memory->digestCount);
+  if (memory->salvaged) page.unorganized = memory->salvageDetail.value_or(tr("the last reply could not be used"));
   for (const auto& thread : memory->threads)
-    page.threads.push_back({thread.name, std::string(rawValue(thread.status)), thread.notes});
+    page.threads.push_back({thread.name, statusOf(thread.status), thread.notes});
   const auto unsupported = MemoryConsolidation::factsUnsupportedByDigests(*memory, digests);
   for (const auto& fact : memory->facts) page.facts.push_back({fact.text, originOf(fact, unsupported, calendar)});
   for (const auto& lesson : memory->lessons) page.lessons.push_back({lesson, originOf(lesson, digests, calendar)});

@@ -43,7 +43,7 @@ struct MemoryPage {
   static MemoryPage read(const std::filesystem::path& root, std::int64_t nowMs, const Calendar& calendar);
 
   /// What forgetting means, said before it is done.
-  static const char* const meaningOfForgetting;
+  static std::string meaningOfForgetting();
 };
 
 /// The standing notes, in the order in which they are shown.

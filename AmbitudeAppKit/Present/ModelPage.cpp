@@ -4,6 +4,7 @@
 
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/LocalModelStore.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 
@@ -14,9 +15,9 @@ using ModelProvisioning::humanBytes;
 namespace {
 
 ModelPage::Row rowOf(const ModelProvisioning::KnownModel& model, const LocalModelStore::Manifest& manifest, const ModelShelf& shelf) {
-  ModelPage::Row row{.name = model.name, .role = model.role, .size = humanBytes(model.totalBytes), .fit = "memory unknown"};
+  ModelPage::Row row{.name = model.name, .role = model.role, .size = humanBytes(model.totalBytes), .fit = tr("memory unknown")};
   if (const auto memory = shelf.memoryBytes()) {
-    row.fit = ModelProvisioning::modelFitsAvailableMemory(*memory, model) ? "fits this machine" : "too large for this machine";
+    row.fit = ModelProvisioning::modelFitsAvailableMemory(*memory, model) ? tr("fits this machine") : tr("too large for this machine");
     row.warning = ModelProvisioning::memoryWarning(model.name, *memory).value_or("");
     row.isRecommended = ModelProvisioning::recommendedDefault(*memory) == model.name;
   }
@@ -26,10 +27,10 @@ ModelPage::Row rowOf(const ModelProvisioning::KnownModel& model, const LocalMode
       [&](const LocalModelStore::Missing&) {
         const auto toGo = shelf.bytesRemaining(manifest);
         row.isBegun = toGo < manifest.totalBytes();
-        row.state = row.isBegun ? humanBytes(toGo) + " still to come" : "not downloaded";
+        row.state = row.isBegun ? tr("{} still to come", humanBytes(toGo)) : tr("not downloaded");
       },
-      [&](const LocalModelStore::NeedsVerification&) { row.state = "here, not checked", row.isWhole = row.isBegun = true; },
-      [&](const LocalModelStore::Verified&) { row.state = "ready", row.isWhole = row.isBegun = true; });
+      [&](const LocalModelStore::NeedsVerification&) { row.state = tr("here, not checked"), row.isWhole = row.isBegun = true; },
+      [&](const LocalModelStore::Verified&) { row.state = tr("ready"), row.isWhole = row.isBegun = true; });
   return row;
 }
 
@@ -40,7 +41,7 @@ ModelPage ModelPage::of(const ModelShelf& shelf) {
   for (const auto& model : ModelProvisioning::knownModels())
     if (const auto manifest = LocalModelStore::manifest(model.name)) page.rows.push_back(rowOf(model, *manifest, shelf));
   if (const auto configured = shelf.configured(); !LocalModelStore::manifest(configured))
-    page.unknownConfigured = "there's no download for " + configured + " (it is the one configured)";
+    page.unknownConfigured = tr("there's no download for {} (it is the one configured)", configured);
   return page;
 }
 

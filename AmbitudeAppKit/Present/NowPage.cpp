@@ -2,10 +2,9 @@
 
 #include <algorithm>
 
-#include <fmt/format.h>
-
 #include "AmbitudeCore/Folds/Declaration.h"
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Intention/CurrentIntention.h"
 
 namespace halvo {
@@ -19,15 +18,15 @@ constexpr std::int64_t endlessMs = 50LL * 365 * 86'400'000;
 std::string clockOf(const DeclaredIntentionDetails& details, std::int64_t nowMs, const Calendar& calendar, bool& isOverdue) {
   std::string words;
   if (details.declaredAtMs)
-    words = fmt::format("since {} ({})", calendar.hourMinute(*details.declaredAtMs),
+    words = tr("since {} ({})", calendar.hourMinute(*details.declaredAtMs),
                         Durations::spoken(std::max<std::int64_t>(0, nowMs - *details.declaredAtMs)));
   const auto until = match(
       EstimateReading::read(details, calendar), [](const EstimateReading::None&) { return std::string(); },
       [](const EstimateReading::Unreadable& said) { return said.text; }, [](const EstimateReading::Rejected& said) { return said.text; },
       [&](const EstimateReading::At& end) {
         isOverdue = end.ms < nowMs;
-        return fmt::format("until {} ({} {})", calendar.hourMinute(end.ms), Durations::spoken(std::abs(end.ms - nowMs)),
-                           isOverdue ? "over" : "left");
+        const auto at = calendar.hourMinute(end.ms), by = Durations::spoken(std::abs(end.ms - nowMs));
+        return isOverdue ? tr("until {} ({} over)", at, by) : tr("until {} ({} left)", at, by);
       });
   return words + (words.empty() || until.empty() ? "" : ", ") + until;
 }
@@ -40,8 +39,8 @@ std::string verdictOf(const DayStore::Rows& rows, std::int64_t nowMs) {
   if (const auto* declared = LatestDeclaration::event(rows.events, nowMs); declared && ms && *ms < declared->tsMs) return {};
   const auto state = tick.state.value_or("");
   if (!ms || nowMs - *ms > verdictIsFreshMs || (state != "ON_TASK" && state != "NOT_ALIGNED")) return {};
-  const auto when = nowMs - *ms < 60'000 ? std::string("just now") : Durations::spoken(nowMs - *ms) + " ago";
-  return fmt::format("{} {}{}", state == "ON_TASK" ? "On task" : "Off task", when, tick.reason ? ": " + *tick.reason : "");
+  const auto when = nowMs - *ms < 60'000 ? tr("just now") : tr("{} ago", Durations::spoken(nowMs - *ms));
+  return (state == "ON_TASK" ? tr("On task {}", when) : tr("Off task {}", when)) + (tick.reason ? ": " + *tick.reason : "");
 }
 
 }  // namespace
@@ -67,17 +66,21 @@ namespace Durations {
 
 std::string spoken(std::int64_t ms) {
   const auto minutes = ms / 60'000;
-  if (minutes < 1) return "under a minute";
-  if (minutes < 60) return fmt::format("{} min", minutes);
+  if (minutes < 1) return tr("under a minute");
+  if (minutes < 60) return tr("{} min", minutes);
   const auto hours = minutes / 60;
-  if (hours >= 48) return fmt::format("{} days", hours / 24);
-  return minutes % 60 == 0 ? fmt::format("{} h", hours) : fmt::format("{} h {} min", hours, minutes % 60);
+  if (hours >= 48) return tr("{} days", hours / 24);
+  return minutes % 60 == 0 ? tr("{} h", hours) : tr("{} h {} min", hours, minutes % 60);
 }
 
 std::string quietUntil(const UserQuietWindow& window, std::int64_t nowMs, const Calendar& calendar) {
   const auto end = window.effectiveEndMs();
-  if (end - nowMs > endlessMs) return "Quiet until you say otherwise";
-  return "Quiet until " + (end - nowMs > 12 * 3'600'000LL ? calendar.monthDayHourMinute(end) : calendar.hourMinute(end));
+  if (end - nowMs > endlessMs) return tr("Quiet until you say otherwise");
+  return tr("Quiet until {}", end - nowMs > 12 * 3'600'000LL ? calendar.monthDayHourMinute(end) : calendar.hourMinute(end));
+}
+
+std::string label(UserQuietDuration duration) {
+  return tr(rawValue(duration));
 }
 
 }  // namespace Durations

@@ -41,6 +41,8 @@ namespace Durations {
 std::string spoken(std::int64_t ms);
 /// "Quiet until 16:00", "Quiet until Mar 4, 9:15" when that is not within twelve hours, "Quiet until you say otherwise" for one without an end.
 std::string quietUntil(const UserQuietWindow& window, std::int64_t nowMs, const Calendar& calendar);
+/// What a person chooses a length of quiet by.
+std::string label(UserQuietDuration duration);
 }  // namespace Durations
 
 }  // namespace halvo

@@ -5,20 +5,29 @@
 #include "AmbitudeAppKit/Stores/OwnDenylist.h"
 #include "AmbitudeCore/Backends/Factory/ModelSelection.h"
 #include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Privacy/Denylist.h"
 
 namespace halvo {
 
 namespace {
 
+/// "gate" and "coach" are what there is; another name is shown as it is.
+std::string who(const std::string& layer) {
+  if (layer == "gate") return tr("gate");
+  return layer == "coach" ? tr("coach") : layer;
+}
+
 PrivacyPage::Call callOf(const TurnUsageRecord& record, const Calendar& calendar) {
   PrivacyPage::Call call{.when = calendar.monthDayHourMinute(record.atMs),
-                         .who = record.layer,
+                         .who = who(record.layer),
                          .promptTokens = record.promptTokens,
                          .completionTokens = record.completionTokens};
   // Only a remote service names a provider, a generation or a price.
   call.leftTheMachine = record.provider || record.generationID || record.costUSD;
-  call.where = record.provider ? *record.provider : call.leftTheMachine ? "a remote service" : "the local model, or a service that gave no name";
+  call.where = record.provider       ? *record.provider
+               : call.leftTheMachine ? tr("a remote service")
+                                     : tr("the local model, or a service that gave no name");
   return call;
 }
 

@@ -2,6 +2,7 @@
 
 #include "AmbitudeAppKit/AgentControl/SidebarHealthStrip.h"
 #include "AmbitudeAppKit/Stores/Health.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Recording/Supervision/ComponentActivity.h"
 
 namespace halvo {
@@ -10,21 +11,23 @@ RecordingCard RecordingCard::of(const Moment& moment) {
   const auto& controls = moment.controls;
   RecordingCard card{.isPaused = controls.isPaused(moment.nowMs), .isWarning = controls.isUnreadable, .quality = controls.quality};
   if (card.isPaused) {
-    card.line = "Recording " + controls.words(moment.nowMs, moment.calendar);
+    card.line = tr("Recording {}", controls.words(moment.nowMs, moment.calendar));
     return card;
   }
   const auto secondsSince = [&](std::int64_t ms) { return static_cast<double>(moment.nowMs - ms) / 1000; };
   const auto isFresh = [&](std::optional<std::int64_t> ms) { return ms && secondsSince(*ms) <= ComponentHealth::silentAfter; };
   card.isWarning = !isFresh(moment.lastLifeMs) && !isFresh(moment.controlledMs);
-  const auto* but = card.isWarning ? ", but " : "; ";
+  const auto line = [&](const std::string& now, const std::string& last) {
+    return card.isWarning ? tr("{}, but {}", now, last) : tr("{}; {}", now, last);
+  };
   if (!moment.lastFrameMs) {
-    card.line = std::string("Not paused") + but + "nothing has been recorded yet";
+    card.line = line(tr("Not paused"), tr("nothing has been recorded yet"));
     return card;
   }
-  const auto* now = isFresh(moment.lastFrameMs)  ? "Recording"
-                    : isFresh(moment.lastLifeMs) ? "Not recording while the screen is locked"
-                                                 : "Not paused";
-  card.line = std::string(now) + but + "the last frame came " + SidebarHealthStrip::brief(secondsSince(*moment.lastFrameMs)) + " ago";
+  card.line = line(isFresh(moment.lastFrameMs)  ? tr("Recording")
+                   : isFresh(moment.lastLifeMs) ? tr("Not recording while the screen is locked")
+                                                : tr("Not paused"),
+                   tr("the last frame came {} ago", SidebarHealthStrip::brief(secondsSince(*moment.lastFrameMs))));
   return card;
 }
 

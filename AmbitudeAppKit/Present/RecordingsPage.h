@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Recording/Retention/RetentionRunner.h"
 #include "CaptureShared/Recording/Retention/RetentionSettings.h"
 
@@ -36,7 +37,7 @@ struct RecordingsPage {
   /// What came of an applied run: "deleted: 3 file(s), 1.20 GB freed", then a line for each that could not be.
   static std::vector<std::string> outcome(const RetentionRunner::Result& applied);
   static std::string describe(const RetentionSettings& settings);
-  static constexpr const char* restartWarning = "the next sweep deletes what was recorded before the last start too";
+  static constexpr const char* restartWarning = trMark("the next sweep deletes what was recorded before the last start too");
 };
 
 }  // namespace halvo

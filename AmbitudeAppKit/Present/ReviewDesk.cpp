@@ -8,6 +8,7 @@
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/EventLog/EventLogReader.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Labels/LabelHistory.h"
 
 namespace halvo {
@@ -17,8 +18,8 @@ namespace {
 using Step = ReviewPage::Step;
 using Reason = ReviewPage::Reason;
 
-constexpr auto notKept = "Your answer could not be kept. Give it again. ";
-constexpr auto notDrawn = "No review could be drawn. ";
+constexpr auto notKept = trMark("Your answer could not be kept. Give it again. ");
+constexpr auto notDrawn = trMark("No review could be drawn. ");
 
 std::optional<std::string> wordsOf(const std::string& text) {
   auto words = Text::scrubbed(Text::trim(text));
@@ -30,12 +31,13 @@ std::optional<std::string> wordsOf(const std::string& text) {
 ReviewPage ReviewDesk::page() {
   if (!session_) return {};
   auto page = ReviewPage::of(*session_, reason_, config_.calendar);
-  if (session_->placeFailure()) page.failure = "What you answered is kept, your place in this review is not. " + *session_->placeFailure();
+  if (session_->placeFailure())
+    page.failure = tr("What you answered is kept, your place in this review is not. {}", *session_->placeFailure());
   if (page.step != Step::finished) return page;
   try {
     page.score = score();
   } catch (const std::exception& error) {
-    page.failure = std::string("The score could not be made. ") + error.what();
+    page.failure = tr("The score could not be made. {}", error.what());
   }
   return page;
 }
@@ -45,7 +47,7 @@ ReviewPage ReviewDesk::after(const std::function<void()>& change, const char* fa
   try {
     change();
   } catch (const std::exception& error) {
-    failure = std::string(failed) + error.what();
+    failure = tr(failed) + error.what();
   }
   auto shown = page();
   if (!failure.empty()) shown.failure = failure;
@@ -60,7 +62,7 @@ ReviewPage ReviewDesk::open() {
         ReviewDraw::makeLabels(config_.root);
         session_ = ReviewSession::resume(ReviewSession::Places::under(config_.root), config_.calendar);
       },
-      "The review that was left could not be opened. ");
+      trMark("The review that was left could not be opened. "));
 }
 
 ReviewPage ReviewDesk::draw(const Draw& wanted, const OnProgress& onProgress) {
@@ -76,8 +78,8 @@ ReviewPage ReviewDesk::draw(const Draw& wanted, const OnProgress& onProgress) {
                                            [&](const auto& phase) { onProgress(RampSampleSelector::RampLoadPhase::text(phase)); }},
                                       config_.calendar);
         if (!drawn) {
-          none = wanted.footage == Footage::needed ? "There is no moment of the last two days that footage can be shown of."
-                                                   : "There is no moment of the last two days to ask about.";
+          none = wanted.footage == Footage::needed ? tr("There is no moment of the last two days that footage can be shown of.")
+                                                   : tr("There is no moment of the last two days to ask about.");
           return;
         }
         session_ = std::move(drawn);
@@ -90,7 +92,7 @@ ReviewPage ReviewDesk::draw(const Draw& wanted, const OnProgress& onProgress) {
 
 void ReviewDesk::answer(std::size_t place, const std::optional<std::string>& words) {
   const auto shown = ReviewPage::of(*session_, reason_, config_.calendar);
-  if (place >= shown.choices.size()) throw std::out_of_range("There is no such choice.");
+  if (place >= shown.choices.size()) throw std::out_of_range(tr("There is no such choice."));
   const auto nowMs = config_.nowMs();
   switch (shown.step) {
     case Step::blind: return session_->answer(RawValues<ReviewSession::Layer1Answer>::table[place].first, words, nowMs);
@@ -118,7 +120,7 @@ ReviewPage ReviewDesk::revise(std::size_t place, const std::string& words) {
   return after(
       [&] {
         const auto& table = RawValues<ReviewSession::Layer1Answer>::table;
-        if (place >= table.size()) throw std::out_of_range("There is no such choice.");
+        if (place >= table.size()) throw std::out_of_range(tr("There is no such choice."));
         session_->revise(table[place].first, wordsOf(words), config_.nowMs());
       },
       notKept);

@@ -1,8 +1,7 @@
 #include "AmbitudeAppKit/Present/ReviewPage.h"
 
-#include <fmt/format.h>
-
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -20,15 +19,15 @@ Step stepOf(const std::optional<ReviewSession::Reveal>& told, ReviewPage::Reason
 void ask(ReviewPage& page, const std::optional<ReviewSession::Reveal>& told) {
   switch (page.step) {
     case Step::blind:
-      page.question = "What was really going on?";
+      page.question = tr("What was really going on?");
       page.choices = ReviewPage::firstChoices();
       return;
     case Step::reason:
-      page.question = "Was the reason given for the verdict right?";
+      page.question = tr("Was the reason given for the verdict right?");
       for (const auto& judgement : ReviewWords::judgements()) page.choices.push_back({ReviewWords::name(judgement)});
       return;
     case Step::gate:
-      page.question = "Was the gate right?";
+      page.question = tr("Was the gate right?");
       for (const auto& answer : ReviewWords::choices(*told->question)) page.choices.push_back({ReviewWords::name(answer)});
       return;
     case Step::start:
@@ -42,7 +41,7 @@ void ask(ReviewPage& page, const std::optional<ReviewSession::Reveal>& told) {
 std::vector<ReviewPage::Choice> ReviewPage::firstChoices() {
   std::vector<Choice> choices;
   for (const auto& [answer, stored] : RawValues<ReviewSession::Layer1Answer>::table)
-    choices.push_back({ReviewWords::name(answer), std::string(RampLabelSubmission::hint(answer).value_or(""))});
+    choices.push_back({ReviewWords::name(answer), RampLabelSubmission::hint(answer).value_or("")});
   return choices;
 }
 
@@ -52,12 +51,12 @@ ReviewPage ReviewPage::of(const ReviewSession& session, Reason reason, const Cal
   ReviewPage page{.notice = session.starvationNotice().value_or("")};
   if (!moment) {
     page.step = Step::finished;
-    page.progress = fmt::format("{} answered, {} passed over", progress.answered, progress.skipped);
+    page.progress = tr("{} answered, {} passed over", progress.answered, progress.skipped);
     return page;
   }
   const auto told = session.reveal();
   page.step = stepOf(told, reason);
-  page.progress = fmt::format("{} of {}", progress.number, progress.total);
+  page.progress = tr("{} of {}", progress.number, progress.total);
   page.moment = Moment{.atMs = moment->atMs,
                        .frameMs = moment->frameMs,
                        .when = ReviewWords::when(moment->atMs, calendar),

@@ -33,7 +33,7 @@ std::string gate(const ReviewSession::Reveal& told, const Calendar& calendar);
 
 /// The score as a table and the lines below it.
 struct Score {
-  static constexpr std::array<const char*, 6> headers{"state", "verdicts", "truths", "agreed", "precision", "recall"};
+  static std::array<std::string, 6> headers();
   std::vector<std::array<std::string, 6>> rows = {};
   std::vector<std::string> lines = {};
   bool operator==(const Score&) const = default;

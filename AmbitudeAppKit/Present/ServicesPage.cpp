@@ -4,6 +4,7 @@
 #include "AmbitudeAppKit/AgentControl/BackgroundAgents.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -14,9 +15,9 @@ using State = BackgroundAgentState;
 
 std::string health(const State& state, const std::string& line) {
   std::vector<std::string> parts;
-  if (!state.missingConfigKeys.empty()) parts.push_back(Text::join(state.missingConfigKeys, ", ") + " is not set");
-  if (state.launchdDisabled == true) parts.emplace_back("held off by the service manager");
-  if (state.runsFromLegacyPlist) parts.emplace_back("runs from an old installation");
+  if (!state.missingConfigKeys.empty()) parts.push_back(tr("{} is not set", Text::join(state.missingConfigKeys, ", ")));
+  if (state.launchdDisabled == true) parts.push_back(tr("held off by the service manager"));
+  if (state.runsFromLegacyPlist) parts.push_back(tr("runs from an old installation"));
   if (const auto* unknown = std::get_if<State::Unknown>(&state.runState)) parts.push_back(unknown->text);
   const bool modelMatters =
       std::holds_alternative<State::Failing>(state.runState) || std::holds_alternative<State::Idle>(state.runState);
@@ -27,8 +28,8 @@ std::string health(const State& state, const std::string& line) {
 
 ServicesPage::Row rowOf(const State& state, const std::string& line) {
   ServicesPage::Row row{.agent = state.agent,
-                        .name = std::string(facts(state.agent).name),
-                        .state = describe(state.runState),
+                        .name = displayName(state.agent),
+                        .state = tr(describe(state.runState)),
                         .pid = "-",
                         .lastExit = "-",
                         .since = state.since.value_or("-"),
@@ -53,9 +54,9 @@ Liveness liveness(const State& state) {
 std::string words(ApprovalBanner banner) {
   switch (banner) {
     case ApprovalBanner::hidden: return {};
-    case ApprovalBanner::captureOff: return "Capture waits for your approval: nothing is recorded until then.";
-    case ApprovalBanner::coachOff: return "The coach waits for your approval: Lark says nothing until then.";
-    case ApprovalBanner::partlyOff: return "Some of Halvo's agents wait for your approval.";
+    case ApprovalBanner::captureOff: return tr("Capture waits for your approval: nothing is recorded until then.");
+    case ApprovalBanner::coachOff: return tr("The coach waits for your approval: Lark says nothing until then.");
+    case ApprovalBanner::partlyOff: return tr("Some of Halvo's agents wait for your approval.");
   }
   return {};
 }
@@ -63,8 +64,8 @@ std::string words(ApprovalBanner banner) {
 std::string words(StoppedBanner banner) {
   switch (banner) {
     case StoppedBanner::hidden: return {};
-    case StoppedBanner::captureStopped: return "Capture is installed and does not run: nothing is recorded.";
-    case StoppedBanner::coachStopped: return "The coach is installed and does not run: Lark says nothing.";
+    case StoppedBanner::captureStopped: return tr("Capture is installed and does not run: nothing is recorded.");
+    case StoppedBanner::coachStopped: return tr("The coach is installed and does not run: Lark says nothing.");
   }
   return {};
 }
@@ -74,15 +75,19 @@ std::string words(const OffCard& card) {
       card,
       [](const SomeOff& off) {
         std::vector<std::string> names;
-        for (const auto agent : off.agents) names.emplace_back(facts(agent).name);
-        return "Not on: " + Text::join(names, ", ") + ".";
+        for (const auto agent : off.agents) names.push_back(displayName(agent));
+        return tr("Not on: {}.", Text::join(names, ", "));
       },
       [](const OffCardState& state) {
-        return std::string(state == OffCardState::allOff ? "No agent is on: nothing is recorded or judged, and Lark says nothing." : "");
+        return state == OffCardState::allOff ? tr("No agent is on: nothing is recorded or judged, and Lark says nothing.") : std::string();
       });
 }
 
 }  // namespace
+
+std::array<std::string, 6> ServicesPage::headers() {
+  return {tr("Agent"), tr("State"), tr("Process"), tr("Last exit"), tr("Since"), tr("Health")};
+}
 
 ServicesPage ServicesPage::of(std::span<const BackgroundAgentState> states, const std::map<BackgroundAgent, std::string>& lines) {
   ServicesPage page;

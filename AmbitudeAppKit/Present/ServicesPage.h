@@ -19,7 +19,7 @@ struct ServicesPage {
     std::string health = {};                          ///< what is wrong; may be empty
     bool operator==(const Row&) const = default;
   };
-  static constexpr std::array headers{"Agent", "State", "Process", "Last exit", "Since", "Health"};
+  static std::array<std::string, 6> headers();
 
   std::vector<Row> rows = {};
   std::vector<std::string> banners = {};  ///< the weightiest first

@@ -8,6 +8,7 @@
 #include "CaptureShared/DataRoot/DataRootLayout.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 
@@ -25,7 +26,7 @@ State state() {
 std::string reason(State state) {
   switch (state) {
     case State::ready: return {};
-    case State::damaged: return DataPaths::configURL().string() + " can't be read as settings; mend or remove it first";
+    case State::damaged: return tr("{} can't be read as settings; mend or remove it first", DataPaths::configURL().string());
     case State::unconfigured:
     case State::away: return DataPaths::dataRootUnavailableReason();
   }
@@ -34,19 +35,19 @@ std::string reason(State state) {
 
 std::optional<std::string> objection(const std::string& text) {
   const fs::path root = text;
-  if (!root.is_absolute() || !Text::isValidUTF8(text)) return "give the whole path, from / on";
+  if (!root.is_absolute() || !Text::isValidUTF8(text)) return tr("give the whole path, from / on");
   const auto home = UserFolders::home(processEnvironment());
-  if (root.lexically_normal() == home.lexically_normal() || !root.has_relative_path()) return "give a folder of its own";
+  if (root.lexically_normal() == home.lexically_normal() || !root.has_relative_path()) return tr("give a folder of its own");
   std::error_code error;
   if (fs::is_directory(root, error)) {
     const auto survey = DataRootLayout::survey(root);
     if (survey.unknown.empty()) return std::nullopt;
-    return "there is something else in it (" + survey.unknown.front() + "): give a folder of its own";
+    return tr("there is something else in it ({}): give a folder of its own", survey.unknown.front());
   }
-  if (fs::exists(fs::symlink_status(root, error))) return "that is no folder";
+  if (fs::exists(fs::symlink_status(root, error))) return tr("that is no folder");
   // A folder that is missing further up may be a volume that is not mounted.
   if (root != DataPaths::defaultRootForNewInstall() && !fs::is_directory(root.parent_path(), error))
-    return root.parent_path().string() + " is not there";
+    return tr("{} is not there", root.parent_path().string());
   return std::nullopt;
 }
 

@@ -6,6 +6,7 @@
 #include "AmbitudeAppKit/AgentControl/AgentUnitFiles.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
 #include "CaptureShared/Recording/Supervision/ComponentActivity.h"
 #include "CaptureShared/Signals/SignalsNotes.h"
@@ -126,11 +127,12 @@ std::map<BackgroundAgent, std::string> complaints(std::span<const BackgroundAgen
     const auto status = statusOf(*component, root, controls, nowMs);
     const auto* silent = std::get_if<ComponentHealth::Silent>(&status);
     if (component == Component::capture && controls.isPaused(nowMs))
-      words[state.agent] = "recording " + controls.words(nowMs, calendar);
+      words[state.agent] = tr("recording {}", controls.words(nowMs, calendar));
     else if (fault && !CaptureFaultStore::isStale(*fault, nowMs))
       words[state.agent] = CaptureFault::headline(fault->kind);
     else if (silent)
-      words[state.agent] = silent->lastActivityMs ? "has written nothing for " + SidebarHealthStrip::brief(silent->quietFor) : "has not been at work yet";
+      words[state.agent] = silent->lastActivityMs ? tr("has written nothing for {}", SidebarHealthStrip::brief(silent->quietFor))
+                                                  : tr("has not been at work yet");
   }
   return words;
 }

@@ -1,13 +1,12 @@
 #include "AmbitudeAppKit/Stores/ModelShelf.h"
 
-#include <fmt/format.h>
-
 #include "AmbitudeCore/Classifier/ClassifierModel.h"
 #include "CaptureShared/DataRoot/AgentConfig.h"
 #include "CaptureShared/DataRoot/ConfigSourcedKeys.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/LocalModelStore.h"
 #include "CaptureShared/Provisioning/ModelDownloadHost.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
@@ -19,7 +18,7 @@ namespace {
 
 constexpr const char* modelKey = "AMBITCHECK_MODEL";
 
-ModelShelf::Outcome unknown(const std::string& model) { return ModelShelf::Failed{"there's no download for " + model}; }
+ModelShelf::Outcome unknown(const std::string& model) { return ModelShelf::Failed{tr("there's no download for {}", model)}; }
 
 }  // namespace
 
@@ -58,7 +57,7 @@ ModelShelf::Outcome ModelShelf::install(const std::string& model, const OnProgre
   auto work = installer();
   // What is here, or with another installation, needs no server.
   if (!host && work.bytesRemaining(*manifest) > 0)
-    return Failed{fmt::format("no download server is configured: set {} to its https address", ModelDownloadHost::envVar)};
+    return Failed{tr("no download server is configured: set {} to its https address", ModelDownloadHost::envVar)};
   if (const auto shortfall = work.diskShortfall(*manifest, ModelProvisioning::availableDiskBytes(directory_, setup_.machine)))
     return Failed{*shortfall};
   try {
@@ -69,7 +68,7 @@ ModelShelf::Outcome ModelShelf::install(const std::string& model, const OnProgre
     const bool namesFile = error.kind() == InstallError::Kind::checksumMismatch;
     return Failed{(namesFile ? "" : error.file() + ": ") + error.what()};
   }
-  return Done{{manifest->model + " is installed"}};
+  return Done{{tr("{} is installed", manifest->model)}};
 }
 
 ModelShelf::Outcome ModelShelf::verify(const std::string& model, const OnProgress& onProgress, const std::stop_token& stop) const {
@@ -84,14 +83,14 @@ ModelShelf::Outcome ModelShelf::verify(const std::string& model, const OnProgres
   } catch (const std::exception& error) {
     return Failed{error.what()};
   }
-  return Done{{manifest->model + " is as it was published"}};
+  return Done{{tr("{} is as it was published", manifest->model)}};
 }
 
 ModelShelf::Outcome ModelShelf::remove(const std::string& model) const {
   const auto manifest = LocalModelStore::manifest(model);
   if (!manifest) return unknown(model);
   const auto plan = ModelRemoval::plan(*manifest, directory_);
-  if (plan.items.empty() && plan.refusals.empty()) return Done{{manifest->model + " isn't here"}};
+  if (plan.items.empty() && plan.refusals.empty()) return Done{{tr("{} isn't here", manifest->model)}};
   try {
     ModelRemoval::apply(plan, *manifest, directory_);
   } catch (const std::exception& error) {
@@ -99,7 +98,7 @@ ModelShelf::Outcome ModelShelf::remove(const std::string& model) const {
   }
   Done done;
   for (const auto& item : plan.items)
-    done.lines.push_back(fmt::format("removed {} ({})", item.file.string(), ModelProvisioning::humanBytes(item.bytes)));
+    done.lines.push_back(tr("removed {} ({})", item.file.string(), ModelProvisioning::humanBytes(item.bytes)));
   return done;
 }
 
@@ -109,9 +108,9 @@ ModelShelf::Outcome ModelShelf::choose(const std::string& model) const {
   try {
     AgentConfig::setEnvValue(manifest->model, modelKey, DataPaths::configURL());
   } catch (const std::exception& error) {
-    return Failed{std::string("not changed: ") + error.what()};
+    return Failed{tr("not changed: {}", error.what())};
   }
-  return Done{{manifest->model + " is chosen; it holds once the background programs are restarted"}};
+  return Done{{tr("{} is chosen; it holds once the background programs are restarted", manifest->model)}};
 }
 
 }  // namespace halvo

@@ -5,6 +5,7 @@
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 
 namespace halvo::OwnDenylist {
@@ -42,7 +43,7 @@ void write(const std::vector<std::string>& names, const Environment& environment
     return;
   }
   for (const auto& name : names)
-    if (name.find_first_of("\"\\$,\n") != std::string::npos) throw std::invalid_argument("this name can't be kept: " + name);
+    if (name.find_first_of("\"\\$,\n") != std::string::npos) throw std::invalid_argument(tr("this name can't be kept: {}", name));
   std::filesystem::create_directories(path.parent_path());
   writeFileAtomically(path, std::string(before) + Text::join(names, ",") + std::string(behind) + "\n");
 }

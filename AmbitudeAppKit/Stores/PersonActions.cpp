@@ -13,6 +13,7 @@
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Regex.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Intention/CurrentIntention.h"
 #include "CaptureShared/Intention/EventLog.h"
 #include "CaptureShared/Intention/IntentionWriter.h"
@@ -24,14 +25,14 @@ namespace {
 constexpr const char* program = "AmbitudeApp";
 
 template <class F>
-Failure attempt(F&& change, const char* ifItFails = "not recorded: ") {
+Failure attempt(F&& change, const char* ifItFails = trMark("not recorded: ")) {
   if (!DataPaths::isDataRootAvailable()) return DataPaths::dataRootUnavailableReason();
   try {
     DataPaths::ensureSubdirsExist();
     std::forward<F>(change)();
     return std::nullopt;
   } catch (const std::exception& error) {
-    return ifItFails + std::string(error.what());
+    return tr(ifItFails) + error.what();
   }
 }
 
@@ -45,7 +46,8 @@ Failure record(const IntentionWriter::Record& record) {
 
 template <class F>
 Failure control(F&& change) {
-  return attempt([&] { std::forward<F>(change)(RecordingControls::read(DataPaths::dataRoot())).write(DataPaths::dataRoot()); }, "not changed: ");
+  return attempt([&] { std::forward<F>(change)(RecordingControls::read(DataPaths::dataRoot())).write(DataPaths::dataRoot()); },
+                 trMark("not changed: "));
 }
 
 /// What a line says of its end: the words before that, and a clock time.
@@ -123,7 +125,7 @@ Failure takeBackDeclaration(std::int64_t declaredMs, std::int64_t nowMs, const C
         DataPaths::events());
     const auto* newest = LatestDeclaration::event(rows, nowMs);
     if (!newest || newest->tsMs != declaredMs)
-      refusal = "another declaration came since";
+      refusal = tr("another declaration came since");
     else
       IntentionWriter::perform(anew(LatestDeclaration::event(rows, declaredMs - 1), nowMs, calendar),
                                IntentionWriter::standardSinks(program));
@@ -161,7 +163,7 @@ Failure recordIn(RecordingControls::Quality quality, std::int64_t nowMs) {
 Failure forgetCorrection(std::int64_t atMs) {
   bool isThere = false;
   if (auto failure = attempt([&] { isThere = Corrections::erase(atMs, DataPaths::dataRoot()); })) return failure;
-  return isThere ? std::nullopt : Failure("it was deleted already");
+  return isThere ? std::nullopt : Failure(tr("it was deleted already"));
 }
 
 }  // namespace halvo::PersonActions

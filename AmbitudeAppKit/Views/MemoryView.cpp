@@ -172,7 +172,7 @@ void MemoryView::saveNotes() {
 }
 
 void MemoryView::forget() {
-  QMessageBox ask(QMessageBox::Warning, tr("Forget everything?"), tr(MemoryPage::meaningOfForgetting), QMessageBox::Cancel, this);
+  QMessageBox ask(QMessageBox::Warning, tr("Forget everything?"), qt(MemoryPage::meaningOfForgetting()), QMessageBox::Cancel, this);
   auto* sure = ask.addButton(tr("Forget"), QMessageBox::DestructiveRole);
   ask.exec();
   if (ask.clickedButton() != sure) return;

@@ -148,7 +148,7 @@ void ReviewView::addEnd(QVBoxLayout* column) {
   column->addWidget(end_ = Widgets::card(card));
   summary_ = Widgets::subheading({});
   QStringList headers;
-  for (const auto* header : ReviewWords::Score::headers) headers << tr(header);
+  for (const auto& header : ReviewWords::Score::headers()) headers << qt(header);
   score_ = Widgets::table(headers, tr("How often verdicts agreed with your blind answers, by state"));
   scoreLines_ = Widgets::note();
   card->addWidget(summary_);

@@ -70,7 +70,7 @@ ServicesView::ServicesView(Operations operations, QWidget* parent) : Page(parent
   QVBoxLayout* card = nullptr;
   column->addWidget(Widgets::card(card));
   QStringList headers;
-  for (const auto* header : ServicesPage::headers) headers << tr(header);
+  for (const auto& header : ServicesPage::headers()) headers << qt(header);
   table_ = Widgets::table(headers, tr("The agents, each with what it is doing"));
   table_->setSelectionMode(QAbstractItemView::SingleSelection);
   table_->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);

@@ -1,8 +1,7 @@
 #include "AmbitudeCore/Backends/ChatTypes.h"
 
-#include <fmt/format.h>
-
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 namespace {
@@ -60,9 +59,9 @@ std::optional<ChatUsage> ChatUsage::combining(const std::optional<ChatUsage>& a,
 std::string disclosureLine(FallbackCause cause, std::string_view servedBy) {
   switch (cause) {
     case FallbackCause::unreachable:
-      return fmt::format("answered by {} — the usual model was unreachable", servedBy);
+      return tr("answered by {} — the usual model was unreachable", servedBy);
     case FallbackCause::paced:
-      return "answered on this Mac — pacing your online coaching";
+      return tr("answered on this Mac — pacing your online coaching");
   }
   return {};
 }

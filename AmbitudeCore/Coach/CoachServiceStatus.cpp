@@ -7,6 +7,7 @@
 #include "AmbitudeCore/Coach/CoachTurnEffects.h"
 #include "AmbitudeCore/Folds/EventScan.h"
 #include "AmbitudeCore/Folds/EventTypes.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -54,11 +55,11 @@ std::optional<EventLogEvent> CoachServiceStatus::observeSuccess(std::int64_t asO
 }
 
 std::optional<std::string> CoachServiceStatus::displayText(const EventLogEvent& event) {
-  if (event.type == EventType::coachServiceRestored) return "The coach service is working again.";
+  if (event.type == EventType::coachServiceRestored) return tr("The coach service is working again.");
   if (event.type != EventType::coachServiceProblem) return std::nullopt;
   const auto* reason = event.text("reason");
-  if (reason && *reason == unreachable) return "Halvo can't reach its coach service. Check your internet connection.";
-  return "The coach service isn't working right now.";
+  if (reason && *reason == unreachable) return tr("Halvo can't reach its coach service. Check your internet connection.");
+  return tr("The coach service isn't working right now.");
 }
 
 std::optional<std::string> CoachServiceStatus::displayText(std::span<const EventLogEvent> events) {

@@ -4,6 +4,7 @@
 #include "AmbitudeCore/Coach/CoachTurnEffects.h"
 #include "AmbitudeCore/Coach/Layer3Conversation.h"
 #include "AmbitudeCore/Coach/TurnTimeout.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Privacy/ScreenText.h"
 
 namespace halvo {
@@ -57,15 +58,15 @@ std::optional<std::string> CoachTurnFailureCopy::userReason(const std::exception
   if (turn == ChatTurn::background) return std::nullopt;
   const auto* backendError = dynamic_cast<const ModelBackendError*>(&error);
   if (dynamic_cast<const TurnTimeout::Exceeded*>(&error) || (backendError && backendError->isTimeout()))
-    return "The coach took too long to answer. Your message is kept, and it will try again.";
+    return trMark("The coach took too long to answer. Your message is kept, and it will try again.");
   if (backendError && backendError->kind() == ModelBackendError::Kind::transportError)
-    return "The coach can't be reached right now. Your message is kept, and it will try again.";
+    return trMark("The coach can't be reached right now. Your message is kept, and it will try again.");
   return noReply(turn);
 }
 
 std::optional<std::string> CoachTurnFailureCopy::noReply(ChatTurn turn) {
   if (turn == ChatTurn::background) return std::nullopt;
-  return "The coach couldn't answer this time. Your message is kept, and it will try again.";
+  return trMark("The coach couldn't answer this time. Your message is kept, and it will try again.");
 }
 
 }  // namespace halvo

@@ -8,6 +8,7 @@
 
 #include "CaptureShared/Foundation/Calendar.h"
 #include "CaptureShared/Foundation/RawValue.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Records/EventLogEvent.h"
 
 namespace halvo {
@@ -46,9 +47,11 @@ std::int64_t next(std::int64_t afterMs, const Calendar& calendar);
 enum class UserQuietDuration { thirtyMinutes, oneHour, threeHours, restOfDay, indefinitely };
 template <>
 struct RawValues<UserQuietDuration> {
-  static constexpr std::array table{std::pair{UserQuietDuration::thirtyMinutes, "30 min"}, std::pair{UserQuietDuration::oneHour, "1 hour"},
-                                    std::pair{UserQuietDuration::threeHours, "3 hours"}, std::pair{UserQuietDuration::restOfDay, "Today"},
-                                    std::pair{UserQuietDuration::indefinitely, "Until I say"}};
+  static constexpr std::array table{std::pair{UserQuietDuration::thirtyMinutes, trMark("30 min")},
+                                    std::pair{UserQuietDuration::oneHour, trMark("1 hour")},
+                                    std::pair{UserQuietDuration::threeHours, trMark("3 hours")},
+                                    std::pair{UserQuietDuration::restOfDay, trMark("Today")},
+                                    std::pair{UserQuietDuration::indefinitely, trMark("Until I say")}};
 };
 /// When a choice made at `asOfMs` ends. `indefinitely` is one hundred years of 365 days: a window that never ends by itself.
 std::int64_t endMs(UserQuietDuration duration, std::int64_t asOfMs, const Calendar& calendar);

@@ -1,11 +1,10 @@
 #include "AmbitudeCore/Memory/ConsolidationHealthPresentation.h"
 
-#include <fmt/format.h>
-
 #include <limits>
 
 #include "AmbitudeCore/Folds/EventScan.h"
 #include "AmbitudeCore/Memory/MemoryConsolidationEvents.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo::ConsolidationHealthPresentation {
 
@@ -24,10 +23,10 @@ std::optional<Trouble> trouble(std::span<const EventLogEvent> events, std::optio
 
 std::optional<std::string> bubbleText(const Trouble& trouble, bool developerMode) {
   if (developerMode)
-    return fmt::format("Nightly memory {}: {} ({} period(s) pending)", trouble.isDegenerate ? "degenerate" : "failed", trouble.reason,
-                       trouble.periodsPending);
+    return tr("Nightly memory {}: {} ({} period(s) pending)", trouble.isDegenerate ? tr("degenerate") : tr("failed"), trouble.reason,
+              trouble.periodsPending);
   if (trouble.periodsPending < periodsPendingBeforeOrdinaryUserNotice) return std::nullopt;
-  return "Lark hasn't been able to take in the last few days yet. Nothing is lost; it will be tried again every night.";
+  return tr("Lark hasn't been able to take in the last few days yet. Nothing is lost; it will be tried again every night.");
 }
 
 }  // namespace halvo::ConsolidationHealthPresentation

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Labels/LabelsWriter.h"
 
 namespace halvo::RampLabelSubmission {
@@ -19,12 +20,12 @@ Question questionOf(const Sample& sample) {
 }
 }  // namespace
 
-std::optional<std::string_view> hint(Layer1Answer answer) {
+std::optional<std::string> hint(Layer1Answer answer) {
   switch (answer) {
-    case Layer1Answer::onTaskOvertime: return "right work, over the time you gave it";
-    case Layer1Answer::switchingTasks: return "in between, not settled on either";
-    case Layer1Answer::rabbitHole: return "started related, ended somewhere else";
-    case Layer1Answer::ambiguous: return "excluded from scoring — better than a guess";
+    case Layer1Answer::onTaskOvertime: return tr("right work, over the time you gave it");
+    case Layer1Answer::switchingTasks: return tr("in between, not settled on either");
+    case Layer1Answer::rabbitHole: return tr("started related, ended somewhere else");
+    case Layer1Answer::ambiguous: return tr("excluded from scoring — better than a guess");
     case Layer1Answer::onTask:
     case Layer1Answer::notAligned:
     case Layer1Answer::notUsingComputer: return std::nullopt;

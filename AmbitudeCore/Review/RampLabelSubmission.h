@@ -20,7 +20,7 @@ using RampSampleSelector::Sample;
 /// What was really going on.
 enum class Layer1Answer { onTask, onTaskOvertime, switchingTasks, rabbitHole, notAligned, notUsingComputer, ambiguous };
 /// What tells an answer from its neighbours, where its name alone does not.
-std::optional<std::string_view> hint(Layer1Answer answer);
+std::optional<std::string> hint(Layer1Answer answer);
 
 /// In the notes of a label that was given when the verdict had been seen.
 inline constexpr std::string_view revisedAfterRevealNote = "revised AFTER reveal — anchored on the classifier's verdict";

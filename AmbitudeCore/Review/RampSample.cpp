@@ -2,12 +2,14 @@
 
 #include <fmt/format.h>
 
+#include "CaptureShared/Foundation/Translation.h"
+
 namespace halvo::RampSampleSelector {
 
 std::string settingsLabel(SamplingMode mode) {
   switch (mode) {
-    case SamplingMode::verdictBlind: return "Random sample";
-    case SamplingMode::interestingMoments: return "Stood out";
+    case SamplingMode::verdictBlind: return tr("Random sample");
+    case SamplingMode::interestingMoments: return tr("Stood out");
   }
   return {};
 }
@@ -28,9 +30,9 @@ std::string Stratum::name() const { return fmt::format("{}:{}", rawValue(kind), 
 
 std::string Stratum::displayName() const {
   if (kind == Kind::gateDecision) {
-    if (value == "check_in") return "times it spoke";
-    if (value == "no_check_in") return "times it stayed quiet";
-    if (value == "gap") return "stretches it never got asked about";
+    if (value == "check_in") return tr("times it spoke");
+    if (value == "no_check_in") return tr("times it stayed quiet");
+    if (value == "gap") return tr("stretches it never got asked about");
   }
   return value;
 }

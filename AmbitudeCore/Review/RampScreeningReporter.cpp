@@ -1,17 +1,16 @@
 #include "AmbitudeCore/Review/RampScreeningReporter.h"
 
-#include <fmt/format.h>
-
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo::RampSampleSelector {
 
 std::string RampLoadPhase::text(const Phase& phase) {
   return match(
       phase,
-      [](const ScreeningCandidates& at) { return fmt::format("Found {} of {} moment candidates", at.found, at.requested); },
-      [](const LocatingFrames& at) { return fmt::format("Locating video for {} of {} moments", at.resolved, at.total); },
-      [](const ReadingLogs&) { return std::string("Reading the logs…"); }, [](const Ready&) { return std::string(); });
+      [](const ScreeningCandidates& at) { return tr("Found {} of {} moment candidates", at.found, at.requested); },
+      [](const LocatingFrames& at) { return tr("Locating video for {} of {} moments", at.resolved, at.total); },
+      [](const ReadingLogs&) { return tr("Reading the logs…"); }, [](const Ready&) { return std::string(); });
 }
 
 IsRenderable RampScreeningReporter::watching(IsRenderable isRenderable) {

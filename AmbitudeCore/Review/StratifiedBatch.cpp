@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <numeric>
 
-#include <fmt/format.h>
-
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo::RampSampleSelector {
 
@@ -55,11 +54,11 @@ std::vector<AbsentStratum> StratifiedBatch::absentStrata() const {
 std::optional<std::string> StratifiedBatch::starvationNotice() const {
   std::vector<std::string> groups;
   for (const auto& absent : absentStrata())
-    groups.push_back((absent.absence == Absence::noCandidates ? "nothing recorded in this window for " : "too few spread-out moments for ") +
-                     absent.stratum.displayName());
+    groups.push_back(absent.absence == Absence::noCandidates ? tr("nothing recorded in this window for {}", absent.stratum.displayName())
+                                                             : tr("too few spread-out moments for {}", absent.stratum.displayName()));
   if (groups.empty()) return std::nullopt;
   const auto weighted = std::ranges::count_if(strata, [](const StratumReport& report) { return report.weight > 0; });
-  return fmt::format(
+  return tr(
       "{} of {} groups didn't get their share of this batch — {}. What they'd have had went to the others, so this batch under-represents them.",
       groups.size(), weighted, Text::join(groups, ", "));
 }

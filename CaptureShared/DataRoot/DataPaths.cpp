@@ -16,6 +16,7 @@
 #include "CaptureShared/Foundation/JSONValue.h"
 #include "CaptureShared/Foundation/LockedValue.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 
 namespace halvo::DataPaths {
@@ -115,8 +116,9 @@ bool isDataRootAvailable() {
 }
 
 std::string dataRootUnavailableReason() {
-  if (dataRootSource() == RootSource::unconfigured) return "no data root configured yet — run first-run setup or choose one in Settings";
-  return "configured data root (" + dataRoot().string() + ") isn't mounted";
+  if (dataRootSource() == RootSource::unconfigured)
+    return tr("no data root configured yet — run first-run setup or choose one in Settings");
+  return tr("configured data root ({}) isn't mounted", dataRoot().string());
 }
 
 void invalidateConfigCache() { cache().set({}); }

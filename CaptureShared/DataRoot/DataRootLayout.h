@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include "CaptureShared/Foundation/Translation.h"
+
 /// The list of everything the system owns under the data root. What is not on it is never deleted.
 namespace halvo::DataRootLayout {
 
@@ -52,7 +54,8 @@ struct Survey {
 Survey survey(const fs::path& root);
 
 /// Why a protected machine deletes nothing.
-inline constexpr const char* protectedMachineExplanation = "This Mac is protected from purging recorded data, so nothing was deleted.";
+inline constexpr const char* protectedMachineExplanation =
+    trMark("This Mac is protected from purging recorded data, so nothing was deleted.");
 
 struct Removal {
   std::vector<std::string> failures;

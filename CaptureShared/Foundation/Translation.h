@@ -30,4 +30,7 @@ std::string tr(fmt::format_string<First, Rest...> source, First&& first, Rest&&.
   }
 }
 
+/// Marks a text of a table that goes through `tr` where it is shown: for the programs that collect the texts to be translated.
+constexpr const char* trMark(const char* source) { return source; }
+
 }  // namespace halvo

@@ -1,10 +1,9 @@
 #include "CaptureShared/Provisioning/InstallProgressText.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 
 namespace halvo {
@@ -37,25 +36,25 @@ std::string InstallProgressText::text(const LocalModelInstaller::Progress& progr
   using ModelProvisioning::humanBytes;
   const auto total = progress.totalBytes, completed = std::min(progress.completedBytes, total);
   auto line = style_ == Style::bar ? barText(completed, total) + " " : std::string();
-  line += fmt::format("{:3d}%  {} of {}  ", total > 0 ? completed * percents / total : 0, humanBytes(completed), humanBytes(total));
+  line += tr("{:3d}%  {} of {}  ", total > 0 ? completed * percents / total : 0, humanBytes(completed), humanBytes(total));
   return line + match(
-                    progress.stage, [](const LocalModelInstaller::Checking& checking) { return "checking " + checking.file; },
+                    progress.stage, [](const LocalModelInstaller::Checking& checking) { return tr("checking {}", checking.file); },
                     [&](const LocalModelInstaller::Downloading& downloading) {
                       const auto took = nowMs - stageBeganMs_, came = completed - stageBeganAtBytes_;
-                      const auto name = "downloading " + downloading.file;
+                      const auto name = tr("downloading {}", downloading.file);
                       if (took <= 0 || came <= 0) return name;
                       constexpr double msPerSec = 1000;
                       const auto perSec = static_cast<double>(came) * msPerSec / static_cast<double>(took);
-                      return fmt::format("{}  {:.1f} MB/s  {} left", name, perSec / 1e6,
+                      return tr("{}  {:.1f} MB/s  {} left", name, perSec / 1e6,
                                          durationText(static_cast<std::int64_t>(static_cast<double>(total - completed) / perSec)));
                     });
 }
 
 std::string durationText(std::int64_t seconds) {
   constexpr std::int64_t minute = 60, hour = 3600;
-  if (seconds < minute) return fmt::format("{} s", seconds);
-  if (seconds < hour) return fmt::format("{} min", seconds / minute);
-  return fmt::format("{} h {} min", seconds / hour, seconds % hour / minute);
+  if (seconds < minute) return tr("{} s", seconds);
+  if (seconds < hour) return tr("{} min", seconds / minute);
+  return tr("{} h {} min", seconds / hour, seconds % hour / minute);
 }
 
 }  // namespace halvo

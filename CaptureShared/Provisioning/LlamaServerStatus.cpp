@@ -6,6 +6,7 @@
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/JSONValue.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 
 namespace halvo {
@@ -42,17 +43,17 @@ void LlamaServerStatus::write(const std::filesystem::path& to) const { writeFile
 std::string LlamaServerStatus::healthMessage() const {
   switch (state) {
     case State::starting:
-      return "the local model is starting";
+      return tr("the local model is starting");
     case State::modelMissing:
-      return model + " hasn't been downloaded";
+      return tr("{} hasn't been downloaded", model);
     case State::checksumMismatch:
-      return model + "'s files failed their checksum — download it again";
+      return tr("{}'s files failed their checksum — download it again", model);
     case State::unknownModel:
-      return "there's no download for " + model;
+      return tr("there's no download for {}", model);
     case State::runtimeMissing:
-      return "this copy of Halvo is missing its model runtime — reinstall Halvo";
+      return tr("this copy of Halvo is missing its model runtime — reinstall Halvo");
     case State::failed:
-      return "the local model couldn't start (" + message + ")";
+      return tr("the local model couldn't start ({})", message);
   }
   return {};
 }

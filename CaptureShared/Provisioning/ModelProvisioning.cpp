@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/LocalModelStore.h"
 
 namespace halvo::ModelProvisioning {
@@ -17,7 +18,7 @@ constexpr std::int64_t clipped(std::uint64_t bytes) {
 KnownModel model(std::string_view name, std::string_view role, Tier tier, std::int64_t residentBytes) {
   const auto manifest = LocalModelStore::manifest(name);
   return {.name = std::string(name),
-          .role = std::string(role),
+          .role = tr(role),
           .tier = tier,
           .approximateResidentBytes = residentBytes,
           .totalBytes = manifest ? manifest->totalBytes() : 0};
@@ -32,13 +33,14 @@ std::string canonical(std::string_view name) {
 
 std::vector<KnownModel> knownModels() {
   return {
-      model("gemma4:12b-it-qat", "The default on a Mac with plenty of memory. Best judgment; needs roughly 8 GB of memory while it runs.",
-            Tier::full, 8'000'000'000),
+      model("gemma4:12b-it-qat",
+            trMark("The default on a Mac with plenty of memory. Best judgment; needs roughly 8 GB of memory while it runs."), Tier::full,
+            8'000'000'000),
       model("gemma4:e4b-it-qat",
-            "Between the two: more capable than e2b, still memory-frugal relative to the 12b. Needs roughly 5.5 GB while it runs.",
+            trMark("Between the two: more capable than e2b, still memory-frugal relative to the 12b. Needs roughly 5.5 GB while it runs."),
             Tier::mid, 5'500'000'000),
       model("gemma4:e2b-it-qat",
-            "For a Mac with less memory. Smaller download AND smaller resident than the 12b. Needs roughly 3.7 GB while it runs.",
+            trMark("For a Mac with less memory. Smaller download AND smaller resident than the 12b. Needs roughly 3.7 GB while it runs."),
             Tier::small, 3'700'000'000)};
 }
 
@@ -67,7 +69,7 @@ bool modelFitsAvailableMemory(std::uint64_t physicalBytes, const KnownModel& mod
 std::optional<std::string> memoryWarning(std::string_view name, std::uint64_t physicalMemoryBytes) {
   const auto model = known(name);
   if (!model || modelFitsAvailableMemory(physicalMemoryBytes, *model)) return std::nullopt;
-  return fmt::format("{} needs roughly {} of memory while it runs; this Mac has {}. It may fail to load or run very slowly.", name,
+  return tr("{} needs roughly {} of memory while it runs; this Mac has {}. It may fail to load or run very slowly.", name,
                      humanBytes(model->approximateResidentBytes), humanBytes(clipped(physicalMemoryBytes)));
 }
 
@@ -92,7 +94,7 @@ bool hasSufficientDiskSpace(std::int64_t requiredBytes, std::optional<std::int64
 }
 
 std::string insufficientDiskSpaceMessage(std::string_view model, std::int64_t requiredBytes, std::int64_t available) {
-  return fmt::format(
+  return tr(
       "{} is {} and this Mac has {} free. It needs at least {} free, so the disk isn't left full. Free up some space and try again.", model,
       humanBytes(requiredBytes), humanBytes(available), humanBytes(requiredBytes + diskHeadroomBytes));
 }

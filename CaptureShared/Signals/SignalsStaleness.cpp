@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "CaptureShared/Foundation/Calendar.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo::SignalsStaleness {
 
@@ -39,10 +40,10 @@ std::string reasonPredatesPause(std::int64_t lastTickAtMs, std::int64_t pauseSta
 
 std::string humanDuration(std::int64_t ms) {
   const auto seconds = ms / 1000;
-  if (seconds < 60) return fmt::format("{}s", seconds);
-  if (seconds < 3600) return fmt::format("{}m", seconds / 60);
+  if (seconds < 60) return tr("{}s", seconds);
+  if (seconds < 3600) return tr("{}m", seconds / 60);
   const auto hours = seconds / 3600, minutes = seconds % 3600 / 60;
-  return minutes == 0 ? fmt::format("{}h", hours) : fmt::format("{}h {}m", hours, minutes);
+  return minutes == 0 ? tr("{}h", hours) : tr("{}h {}m", hours, minutes);
 }
 
 }  // namespace halvo::SignalsStaleness

@@ -10,6 +10,7 @@
 #include "AmbitudeAppKit/Stores/DiagnosticsReport.h"
 #include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "AmbitudeCore/Folds/CoachPreferences.h"
+#include "CaptureShared/DataRoot/AgentProcess.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Environment.h"
 #include "CaptureShared/Foundation/FileHandle.h"
@@ -50,7 +51,7 @@ const std::vector<Text>& logs() {
 }
 
 fs::path logFile(const char* program) {
-  return UserFolders::home(processEnvironment()) / "Library/Logs/Halvo" / (std::string(program) + ".log");
+  return UserFolders::home(processEnvironment()) / "Library/Logs" / AgentProcess::logSubdirectory / (std::string(program) + ".log");
 }
 
 void setTime(const fs::path& file, std::int64_t ms) {
@@ -111,7 +112,7 @@ ServicesPage services() {
 }
 
 AgentLog agentLog(BackgroundAgent agent) {
-  AgentLog told{.file = fmt::format("/home/you/Library/Logs/Halvo/{}.log", facts(agent).program)};
+  AgentLog told{.file = fmt::format("/home/you/Library/Logs/{}/{}.log", AgentProcess::logSubdirectory, facts(agent).program)};
   for (const auto& log : logs())
     if (log.program == facts(agent).program) told.lines = log.lines;
   return told;

@@ -7,6 +7,7 @@
 #include "AmbitudeCore/Backends/LocalModelBackend.h"
 #include "AmbitudeCore/Backends/Remote/OpenRouterConfig.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo::ModelBackendFactory {
 namespace {
@@ -22,7 +23,7 @@ std::optional<std::string> chosenModel(const Environment& environment, bool isTh
 }
 
 std::string fallbackText(const Environment& environment) {
-  return fallbackIsOn(environment) ? fmt::format(", fallback=local ({})", fallbackModel(environment)) : ", no fallback";
+  return fallbackIsOn(environment) ? tr(", fallback=local ({})", fallbackModel(environment)) : tr(", no fallback");
 }
 
 std::string providerText(const Environment& environment) {
@@ -41,11 +42,11 @@ std::optional<std::string> fatalReason(const Environment& environment) {
   if (OfflineMode::isEnabled(environment)) return std::nullopt;
   const auto name = backendName(environment);
   if (name != "ollama" && name != "openrouter" && name != "proxy")
-    return fmt::format("AMBITCAP_MODEL_BACKEND=\"{}\" is not a recognized backend (expected \"ollama\", \"openrouter\" or \"proxy\").",
+    return tr("AMBITCAP_MODEL_BACKEND=\"{}\" is not a recognized backend (expected \"ollama\", \"openrouter\" or \"proxy\").",
                        name);
   if (name == "openrouter" && !apiKey(environment))
-    return "AMBITCAP_MODEL_BACKEND=openrouter but OPENROUTER_API_KEY is not set — refusing to start rather than silently falling back to "
-           "the local model.";
+    return tr("AMBITCAP_MODEL_BACKEND=openrouter but OPENROUTER_API_KEY is not set — refusing to start rather than silently falling back "
+              "to the local model.");
   return std::nullopt;
 }
 
@@ -125,17 +126,17 @@ std::optional<std::string> proxyURL(const Environment& environment) {
 
 std::string describeSelection(const Environment& environment) {
   if (OfflineMode::isEnabled(environment))
-    return fmt::format("local llama-server ({}) [offline mode -- AMBITCAP_MODEL_BACKEND ignored]", localModel(environment));
+    return tr("local llama-server ({}) [offline mode -- AMBITCAP_MODEL_BACKEND ignored]", localModel(environment));
   const auto name = backendName(environment);
-  if (name == "ollama") return fmt::format("local llama-server ({})", localModel(environment));
+  if (name == "ollama") return tr("local llama-server ({})", localModel(environment));
   if (name == "openrouter")
-    return fmt::format("openrouter ({}, reasoning={}, {}){}", remoteModel(environment), reasoningEffort(environment),
-                       providerText(environment), fallbackText(environment));
+    return tr("openrouter ({}, reasoning={}, {}){}", remoteModel(environment), reasoningEffort(environment), providerText(environment),
+              fallbackText(environment));
   if (name != "proxy") return fatalReason(environment).value_or(name);
   const auto url = proxyURL(environment);
   // Without an address nothing stands behind it either.
-  if (!url) return "proxy (NOT CONFIGURED)";
-  return fmt::format("proxy ({}){}", *url, fallbackText(environment));
+  if (!url) return tr("proxy (NOT CONFIGURED)");
+  return tr("proxy ({}){}", *url, fallbackText(environment));
 }
 
 }  // namespace halvo::ModelBackendFactory

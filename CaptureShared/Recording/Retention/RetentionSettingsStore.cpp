@@ -9,6 +9,7 @@
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/JSONValue.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 
 namespace halvo::RetentionSettingsStore {
@@ -65,7 +66,7 @@ std::optional<std::string> textOf(const fs::path& file) {
 }
 
 std::string damagedText(const fs::path& file) {
-  return file.string() + " can't be read as settings, so retention is off until it is mended or removed";
+  return tr("{} can't be read as settings, so retention is off until it is mended or removed", file.string());
 }
 
 /// Held until it goes. The settings file itself is replaced by each write.

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo::VideoRetentionSweep {
 
@@ -75,17 +76,16 @@ std::int64_t bytesOf(const std::vector<Removal>& removals) {
 }  // namespace
 
 std::string explanation(const Refusal& refusal) {
-  using std::string;
   return match(
-      refusal, [](const PolicyDisabled&) { return string("Retention is off, so nothing was deleted."); },
-      [](const DataRootUnavailable&) { return string("The data volume isn't mounted, so nothing was deleted."); },
+      refusal, [](const PolicyDisabled&) { return tr("Retention is off, so nothing was deleted."); },
+      [](const DataRootUnavailable&) { return tr("The data volume isn't mounted, so nothing was deleted."); },
       [](const LabelSetUnreadable&) {
-        return string(
+        return tr(
             "Couldn't read the hand-label database, so nothing was deleted — sweeping without it could destroy the footage those labels were "
             "made from.");
       },
-      [](const ProtectedMachine&) { return string(PurgeGuard::refusalExplanation); },
-      [](const VideoDirUnreadable& unreadable) { return "Couldn't list " + unreadable.path + ", so nothing was deleted."; });
+      [](const ProtectedMachine&) { return tr(PurgeGuard::refusalExplanation); },
+      [](const VideoDirUnreadable& unreadable) { return tr("Couldn't list {}, so nothing was deleted.", unreadable.path); });
 }
 
 std::vector<Removal> Outcome::succeeded() const { return removalsThat(removals, false); }

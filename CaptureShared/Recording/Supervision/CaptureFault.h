@@ -30,7 +30,7 @@ struct CaptureFault {
 
   bool operator==(const CaptureFault&) const = default;
 
-  static std::string_view headline(Kind kind);
+  static std::string headline(Kind kind);
 };
 
 template <>

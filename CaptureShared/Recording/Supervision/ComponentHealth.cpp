@@ -2,22 +2,24 @@
 
 #include <algorithm>
 
+#include "CaptureShared/Foundation/Translation.h"
+
 namespace halvo::ComponentHealth {
 
-std::string_view displayName(Component component) {
+std::string displayName(Component component) {
   switch (component) {
-    case Component::capture: return "Capture";
-    case Component::classifier: return "Classifier";
-    case Component::coach: return "Coach";
+    case Component::capture: return tr("Capture");
+    case Component::classifier: return tr("Classifier");
+    case Component::coach: return tr("Coach");
   }
   return {};
 }
 
-std::string_view whatItDoes(Component component) {
+std::string whatItDoes(Component component) {
   switch (component) {
-    case Component::capture: return "Recording your screen";
-    case Component::classifier: return "Reading what's on it";
-    case Component::coach: return "Deciding whether to speak";
+    case Component::capture: return tr("Recording your screen");
+    case Component::classifier: return tr("Reading what's on it");
+    case Component::coach: return tr("Deciding whether to speak");
   }
   return {};
 }

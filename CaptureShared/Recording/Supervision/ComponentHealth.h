@@ -11,8 +11,8 @@
 namespace halvo::ComponentHealth {
 
 enum class Component { capture, classifier, coach };
-std::string_view displayName(Component component);
-std::string_view whatItDoes(Component component);
+std::string displayName(Component component);
+std::string whatItDoes(Component component);
 
 enum class Supervision { offByChoice, expectedToRun };
 

@@ -4,6 +4,7 @@
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/JSONValue.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -30,12 +31,13 @@ bool RecordingControls::isPaused(std::int64_t nowMs) const {
 }
 
 std::string RecordingControls::words(std::int64_t nowMs, const Calendar& calendar) const {
-  if (isUnreadable) return std::string("paused: ") + filename + " can't be read";
-  if (!isPaused(nowMs)) return "not paused";
+  if (isUnreadable) return tr("paused: {} can't be read", filename);
+  if (!isPaused(nowMs)) return tr("not paused");
   const auto at = pausedUntilMs ? *pausedUntilMs : *pausedAtMs;
   constexpr std::int64_t needsDateMs = 12 * 3'600'000LL;
   const bool isFar = at < nowMs - needsDateMs || at > nowMs + needsDateMs;
-  return (pausedUntilMs ? "paused until " : "paused since ") + (isFar ? calendar.monthDayHourMinute(at) : calendar.hourMinute(at));
+  const auto when = isFar ? calendar.monthDayHourMinute(at) : calendar.hourMinute(at);
+  return pausedUntilMs ? tr("paused until {}", when) : tr("paused since {}", when);
 }
 
 RecordingControls RecordingControls::paused(std::int64_t nowMs, std::optional<std::int64_t> untilMs) const {
