@@ -38,10 +38,7 @@ void startAgents(AgentActions& agents, bool isNew) {
   const auto tell = [](const AgentActions::Told& told) {
     std::fprintf(stderr, "%s: %s %s\n", told.agent ? label(*told.agent).c_str() : "agents", told.words.c_str(), told.detail.c_str());
   };
-  if (!isNew) return agents.start(tell);
-  std::vector<BackgroundAgent> all;
-  for (const auto& agent : backgroundAgents) all.push_back(agent.agent);
-  agents.install(all, tell);
+  isNew ? agents.installAfterSetup(tell) : agents.start(tell);
 }
 
 /// What was recorded can be looked at without them; a change that can't be written says so itself.

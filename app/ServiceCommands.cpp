@@ -4,7 +4,6 @@
 
 #include <array>
 #include <functional>
-#include <map>
 #include <system_error>
 #include <vector>
 
@@ -60,21 +59,11 @@ int onAgents(const AgentName& name, const std::function<void(AgentActions&, Agen
   return status;
 }
 
-int installIn(AgentPlace& place, Agents agents) {
-  if (const auto refusal = place.actions().refusal()) return fail(*refusal + "; --from-here makes it");
+int installing(bool fromHere, const std::function<void(AgentActions&, const Tell&)>& act) {
+  AgentPlace place(fromHere ? AgentPlace::Copy::anywhere : AgentPlace::Copy::installed);
   int status = 0;
-  place.actions().install(agents, [&status](const AgentActions::Told& told) { status |= say(told); });
-  return status;
-}
-
-AgentPlace::Copy copyMeant(bool fromHere) { return fromHere ? AgentPlace::Copy::anywhere : AgentPlace::Copy::installed; }
-
-/// The agents that run, with their processes.
-std::map<BackgroundAgent, std::int32_t> running(AgentPlace& place) {
-  std::map<BackgroundAgent, std::int32_t> pids;
-  for (const auto& state : place.actions().states())
-    if (const auto* runs = std::get_if<BackgroundAgentState::Running>(&state.runState)) pids[state.agent] = runs->pid;
-  return pids;
+  act(place.actions(), [&status](const AgentActions::Told& told) { status |= say(told); });
+  return place.actions().refusal() ? fail("--from-here makes this copy register") : status;
 }
 
 template <class Cells>
@@ -99,30 +88,19 @@ int status() {
 int install(const AgentName& name, bool fromHere) {
   const auto agents = named(name);
   if (agents.empty()) return unknownAgent(*name);
-  AgentPlace place(copyMeant(fromHere));
-  return installIn(place, agents);
+  return installing(fromHere, [&](AgentActions& actions, const Tell& tell) { actions.install(agents, tell); });
 }
 
 int installAfterSetup(bool fromHere) {
-  AgentPlace place(copyMeant(fromHere));
-  const auto before = running(place);
-  int status = 0;
-  if (!before.empty())
-    if (const auto failure = place.services().reload()) status = fail(TerminalText::oneLine(failure->text));
-  status |= installIn(place, named({}));
-  std::vector<BackgroundAgent> old;
-  for (const auto& [agent, pid] : running(place))
-    if (const auto ran = before.find(agent); ran != before.end() && ran->second == pid) old.push_back(agent);
-  place.actions().restart(old, [&status](const AgentActions::Told& told) { status |= say(told); });
-  return status;
+  return installing(fromHere, [](AgentActions& actions, const Tell& tell) { actions.installAfterSetup(tell); });
 }
 
 int restart(const AgentName& name) {
-  return onAgents(name, [](const AgentActions& actions, Agents agents, const Tell& tell) { actions.restart(agents, tell); });
+  return onAgents(name, [](AgentActions& actions, Agents agents, const Tell& tell) { actions.restart(agents, tell); });
 }
 
 int stop(const AgentName& name) {
-  return onAgents(name, [](const AgentActions& actions, Agents agents, const Tell& tell) { actions.stop(agents, tell); });
+  return onAgents(name, [](AgentActions& actions, Agents agents, const Tell& tell) { actions.stop(agents, tell); });
 }
 
 int remove(const AgentName& name) {

@@ -51,6 +51,12 @@ std::vector<BackgroundAgentState> AgentActions::states() const {
   return states;
 }
 
+std::map<BackgroundAgent, std::string> AgentActions::lines() const {
+  auto lines = lines_.get();
+  lines.merge(restartLines_.get());
+  return lines;
+}
+
 std::optional<std::string> AgentActions::refusal() const {
   if (deps_.allowed == Precondition::ok) return std::nullopt;
   return tr("this copy ({}) is not the installed one ({}), so it registers nothing", deps_.control.programFolder.string(),
@@ -58,8 +64,15 @@ std::optional<std::string> AgentActions::refusal() const {
 }
 
 void AgentActions::install(Agents agents, const Tell& tell) {
-  if (const auto why = refusal()) return tell({.words = *why, .isDone = false});
-  if (!recoverSettings(tell, tr("nothing was installed"))) return;
+  const auto tellOfAll = [&](const Told& told) {
+    lines_.with([&](auto& lines) {
+      for (const auto agent : agents)
+        if (!told.isDone) lines[agent] = told.words;
+    });
+    tell(told);
+  };
+  if (const auto why = refusal()) return tellOfAll({.words = *why, .isDone = false});
+  if (!recoverSettings(tellOfAll, tr("nothing was installed"))) return;
   for (const auto agent : agents) {
     const auto told = installOne(agent);
     lines_.with([&](auto& lines) {
@@ -70,6 +83,32 @@ void AgentActions::install(Agents agents, const Tell& tell) {
     });
     tell(told);
   }
+}
+
+void AgentActions::installAfterSetup(const Tell& tell) {
+  std::vector<BackgroundAgent> all, old;
+  for (const auto& agent : backgroundAgents) all.push_back(agent.agent);
+  const auto before = running();
+  if (before.empty()) return install(all, tell);
+  const auto unread = deps_.control.services.reload();
+  install(all, tell);
+  for (const auto& [agent, pid] : running())
+    if (const auto ran = before.find(agent); ran != before.end() && ran->second == pid) old.push_back(agent);
+  restart(old, tell);
+  if (!unread) return;
+  const Told told{.words = tr("the service manager did not read the settings again"), .detail = unread->text, .isDone = false};
+  restartLines_.with([&](auto& lines) {
+    for (const auto agent : old) lines.try_emplace(agent, told.words);
+  });
+  tell(told);
+}
+
+/// The agents that run, with their processes.
+std::map<BackgroundAgent, std::int32_t> AgentActions::running() const {
+  std::map<BackgroundAgent, std::int32_t> pids;
+  for (const auto& state : states())
+    if (const auto* runs = std::get_if<BackgroundAgentState::Running>(&state.runState)) pids[state.agent] = runs->pid;
+  return pids;
 }
 
 /// Settings that only an old installation's files hold; they are taken before those go.
@@ -138,16 +177,23 @@ void AgentActions::start(const Tell& tell) {
   if (!due.empty()) install(due, tell);
 }
 
-void AgentActions::restart(Agents agents, const Tell& tell) const {
+void AgentActions::restart(Agents agents, const Tell& tell) {
   forEach(agents, tell, [this](BackgroundAgent agent) {
-    const bool isRestarted = agents_.restart(agent) == BackgroundAgents::RestartOutcome::restarted;
-    return isRestarted ? tr("restarted") : tr("not running: install starts it");
+    try {
+      const bool isRestarted = agents_.restart(agent) == BackgroundAgents::RestartOutcome::restarted;
+      restartLines_.with([&](auto& lines) { lines.erase(agent); });
+      return isRestarted ? tr("restarted") : tr("not running: install starts it");
+    } catch (const BackgroundAgentActionError& error) {
+      restartLines_.with([&](auto& lines) { lines[agent] = error.what(); });
+      throw;
+    }
   });
 }
 
-void AgentActions::stop(Agents agents, const Tell& tell) const {
+void AgentActions::stop(Agents agents, const Tell& tell) {
   forEach(agents, tell, [this](BackgroundAgent agent) {
     agents_.stop(agent);
+    restartLines_.with([&](auto& lines) { lines.erase(agent); });
     return tr("stopped until the next login");
   });
 }
@@ -166,7 +212,7 @@ void AgentActions::remove(Agents agents, const Tell& tell) {
     std::error_code ignored;
     fs::remove(deps_.markerFolder / label(agent), ignored);
     if (agent == BackgroundAgent::captureSupervisor) noteCaptureIs(true);
-    lines_.with([&](auto& lines) { lines.erase(agent); });
+    for (auto* kept : {&lines_, &restartLines_}) kept->with([&](auto& lines) { lines.erase(agent); });
     if (mayTakeFiles) removeLegacyFile(agent);
     return tr("removed");
   });

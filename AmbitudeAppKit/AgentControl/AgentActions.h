@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -40,24 +41,27 @@ class AgentActions {
   using Agents = std::span<const BackgroundAgent>;
 
   std::vector<BackgroundAgentState> states() const;
-  /// What stands in the way of an agent's registration, as it was last found.
-  std::map<BackgroundAgent, std::string> lines() const { return lines_.get(); }
+  /// What stands in the way of an agent's registration or of its restart, as it was last found.
+  std::map<BackgroundAgent, std::string> lines() const;
 
   /// Why this copy registers nothing; absent when it does.
   std::optional<std::string> refusal() const;
   /// Moves, registers or renews them, and starts them.
   void install(Agents agents, const Tell& tell);
+  /// Installs all of them. What ran before and still does has other settings, so it is restarted: by a copy that registers nothing too.
+  void installAfterSetup(const Tell& tell);
   /// Goes on with what an older installation or a broken-off move left, and renews what an older copy registered. What the person removed
   /// or stopped stays so. Nothing on a copy that does not register.
   void start(const Tell& tell);
-  void restart(Agents agents, const Tell& tell) const;
-  void stop(Agents agents, const Tell& tell) const;
+  void restart(Agents agents, const Tell& tell);
+  void stop(Agents agents, const Tell& tell);
   /// Takes the files of an old installation too, whose settings are kept: the next start would go on with them.
   void remove(Agents agents, const Tell& tell);
   /// The files of an old installation that are there.
   std::vector<std::filesystem::path> legacyFiles(Agents agents) const;
 
  private:
+  std::map<BackgroundAgent, std::int32_t> running() const;
   bool recoverSettings(const Tell& tell, const std::string& otherwise) const;
   void removeLegacyFile(BackgroundAgent agent) const;
   void noteCaptureIs(bool isRemoved) const;
@@ -67,7 +71,7 @@ class AgentActions {
 
   Dependencies deps_;
   BackgroundAgents agents_;
-  LockedValue<std::map<BackgroundAgent, std::string>> lines_;
+  LockedValue<std::map<BackgroundAgent, std::string>> lines_, restartLines_;
 };
 
 }  // namespace halvo

@@ -38,9 +38,7 @@ class SystemdServices : public ServiceManager {
   std::vector<UnitFile> registrationFiles(const std::string& label) override;
   std::optional<Failure> reinstate(const std::string& label, const std::vector<UnitFile>& files) override;
   std::optional<Failure> loadLegacy(const std::string& label) override { return kickstart(label); }
-
-  /// Has the manager read its units and its environment's files again; what starts from then on gets them.
-  std::optional<Failure> reload() { return tried({"daemon-reload"}); }
+  std::optional<Failure> reload() override { return tried({"daemon-reload"}); }
 
   using Properties = std::map<std::string, std::string, std::less<>>;
   /// The "key = value" lines of what `systemctl show` says of a unit. A field that says nothing is left out: a job that never ended has

@@ -56,6 +56,8 @@ class ServiceManager {
   virtual std::optional<Failure> reinstate(const std::string& label, const std::vector<UnitFile>& files) = 0;
   /// Starts the job that an older installation left with the manager.
   virtual std::optional<Failure> loadLegacy(const std::string& label) = 0;
+  /// Has the manager read its units and its environment's files again; what starts from then on gets them.
+  virtual std::optional<Failure> reload() = 0;
 };
 
 }  // namespace halvo

@@ -23,6 +23,7 @@ class FakeServiceManager : public ServiceManager {
     std::optional<std::string> printFailure = {};
     ServiceStatus statusOnceRegistered = ServiceStatus::enabled;
     std::string program = "/usr/lib/halvo/X";
+    int pid = 42;                       ///< the next process has the next
     std::string text = "new";           ///< of the registration; an "old" one starts, whatever a new one does
     bool isOnlyNotTurnedOn = false;     ///< a registration that was broken off
     int answersUntilUnknown = INT_MAX;  ///< then printing it fails
@@ -41,7 +42,7 @@ class FakeServiceManager : public ServiceManager {
     if (!job.isRegistered && !job.isLegacyLoaded) return NotLoaded{};
     if (job.isRegistered && job.statusOnceRegistered != ServiceStatus::enabled) return NotLoaded{};
     std::string text = job.isRegistered ? "program = " + job.program + "\n" : "program = /old/X\n";
-    if (!job.isRegistered || job.starts()) text += "pid = 42\n";
+    if (!job.isRegistered || job.starts()) text += "pid = " + std::to_string(job.pid) + "\n";
     if (job.exitCode) text += "last exit code = " + std::to_string(*job.exitCode) + "\n";
     return Printed{text};
   }
@@ -52,12 +53,12 @@ class FakeServiceManager : public ServiceManager {
   std::optional<ServiceStatus> status(const std::string& label) override {
     return jobs[label].isRegistered ? jobs[label].statusOnceRegistered : ServiceStatus::notRegistered;
   }
-  std::optional<Failure> kickstart(const std::string& label) override { return change("kickstart", label, [](Job&) {}); }
+  std::optional<Failure> kickstart(const std::string& label) override { return change("kickstart", label, [](Job& job) { ++job.pid; }); }
   std::optional<Failure> bootout(const std::string& label) override {
     return change("bootout", label, [](Job& job) { job.isLegacyLoaded = false; });
   }
   std::optional<Failure> registerService(const std::string& label) override {
-    return change("register", label, [](Job& job) { job.isRegistered = true, job.isOnlyNotTurnedOn = false, job.text = "new"; });
+    return change("register", label, [](Job& job) { job.isRegistered = true, job.isOnlyNotTurnedOn = false, job.text = "new", ++job.pid; });
   }
   std::optional<Failure> unregister(const std::string& label) override {
     return change("unregister", label, [](Job& job) { job.isRegistered = job.isOnlyNotTurnedOn = false; });
@@ -74,6 +75,7 @@ class FakeServiceManager : public ServiceManager {
   std::optional<Failure> loadLegacy(const std::string& label) override {
     return change("loadLegacy", label, [](Job& job) { job.isLegacyLoaded = true; });
   }
+  std::optional<Failure> reload() override { return change("reload", "", [](Job&) {}); }
 
  private:
   std::optional<Failure> change(const char* name, const std::string& label, const std::function<void(Job&)>& how) {

@@ -85,6 +85,39 @@ TEST_F(AgentActionsTest, aRemovalLeavesNothingThatTheNextStartGoesOnWith) {
   EXPECT_FALSE(std::filesystem::exists(note));
 }
 
+TEST_F(AgentActionsTest, aSetUpStartsAnewWhatRanBeforeAndKeepsWhatFails) {
+  for (const auto& file : AgentUnitFiles::of(Agent::captureSupervisor, folder.path() / "bin"))
+    folder.write("units/" + file.name, file.text);
+  using Precondition = AgentServiceMigration::Precondition;
+  using Calls = std::vector<std::string>;
+  // The classifier's registration is an older copy's, so it is renewed and needs no restart.
+  const Calls all{"reload", "register", "register", "unregister", "register", "register", "kickstart"};
+  const struct {
+    const char* name;
+    Precondition allowed;
+    std::optional<std::size_t> failingCall;
+    Calls calls;
+    std::size_t lines, linesAfterRestart;
+  } cases[] = {{"all goes well", Precondition::ok, {}, all, 0, 0},
+               {"settings not read", Precondition::ok, 0, all, 1, 0},
+               {"no restart", Precondition::ok, 6, all, 1, 0},
+               {"not the installed copy", Precondition::debugBuild, {}, {"reload", "kickstart", "kickstart"}, 5, 5}};
+  const Agent capture[] = {Agent::captureSupervisor};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (const auto& agent : backgroundAgents) job(agent.agent).isRegistered = false;
+    job(Agent::captureSupervisor).isRegistered = job(Agent::classifier).isRegistered = true;
+    manager.calls = {}, manager.failingCall = c.failingCall;
+    auto hand = actions(c.allowed);
+    hand.installAfterSetup(tell);
+    EXPECT_EQ(manager.calls, c.calls);
+    EXPECT_EQ(hand.lines().size(), c.lines);
+    manager.failingCall = {};
+    hand.restart(capture, tell);
+    EXPECT_EQ(hand.lines().size(), c.linesAfterRestart);
+  }
+}
+
 TEST_F(AgentActionsTest, whatStandsInTheWayIsKeptUntilItIsGone) {
   const Agent coach[] = {Agent::coachDriver};
   auto hand = actions();
