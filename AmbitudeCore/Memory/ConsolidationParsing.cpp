@@ -94,9 +94,9 @@ std::optional<Regeneration> regeneration(std::string_view reply, std::size_t fac
   }
   for (const auto& entry : *keep)
     if (const auto index = position(entry, 0, factCount)) result.keepFactIndices.push_back(*index);
-  std::ranges::sort(result.keepFactIndices);
-  const auto repeated = std::ranges::unique(result.keepFactIndices);
-  result.keepFactIndices.erase(repeated.begin(), repeated.end());
+  auto& kept = result.keepFactIndices;
+  std::ranges::sort(kept);
+  kept.erase(std::unique(kept.begin(), kept.end()), kept.end());
   return result;
 }
 
