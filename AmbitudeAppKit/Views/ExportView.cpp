@@ -72,6 +72,8 @@ HistoryExport::Choice ExportView::choice() const {
 
 void ExportView::chooseFolder() {
   if (from_->date() > to_->date()) return tell(tr("Nothing was written: the last day is before the first."), true);
+  if (const auto what = choice(); !what.withEvents && !what.withVerdicts && !what.withSamples)
+    return tell(tr("Nothing was written: nothing is chosen."), true);
   const auto parent = QFileDialog::getExistingDirectory(this, tr("Where to"));
   if (!parent.isEmpty()) exportInto(utf8(parent));
 }
@@ -86,7 +88,7 @@ void ExportView::exportInto(const std::filesystem::path& parent) {
         bool isDone = true;
         try {
           for (const auto& [file, rows] : HistoryExport::write(choice, root, folder, stop))
-            told += tr("\n%1: %2 row(s)").arg(qt(file)).arg(rows);
+            told += '\n' + tr("%1: %2 row(s)").arg(qt(file)).arg(rows);
         } catch (const std::exception& error) {
           told = tr("Nothing was written: %1").arg(qt(error.what()));
           isDone = false;

@@ -191,7 +191,7 @@ TEST_F(PagesTest, whatIsChosenIsExportedAndAFailureIsTold) {
   EXPECT_TRUE(eventually([&] { return shows(page, "Nothing was written: ") && shows(page, "File exists"); })) << "never over another";
 }
 
-TEST_F(PagesTest, anExportThatEndsBeforeItBeginsIsRefused) {
+TEST_F(PagesTest, anExportOfNothingIsRefused) {
   ExportView page({root, Calendar::local(), [] { return Calendar::local().instant(2026, 3, 4, 15); }});
   page.show();
   const auto days = page.findChildren<QDateEdit*>();
@@ -200,6 +200,10 @@ TEST_F(PagesTest, anExportThatEndsBeforeItBeginsIsRefused) {
   QTimer::singleShot(1'000, [] { if (auto* dialog = QApplication::activeModalWidget()) dialog->close(); });
   press(button(page, "Choose a folder…"));
   EXPECT_TRUE(shows(page, "the last day is before the first"));
+  days[1]->setDate(days[0]->date());
+  for (auto* box : page.findChildren<QCheckBox*>()) box->setChecked(false);
+  press(button(page, "Choose a folder…"));
+  EXPECT_TRUE(shows(page, "nothing is chosen"));
 }
 
 }  // namespace
