@@ -116,7 +116,8 @@ std::array<std::string, 6> Score::headers() {
 Score of(const ReviewScore::Score& score, ReviewScore::Evidence evidence) {
   Score made;
   for (const auto& [state, counts] : score.states)
-    made.rows.push_back({state, std::to_string(counts.verdicts), std::to_string(counts.truths), std::to_string(counts.agreed),
+    made.rows.push_back({LabelVocabulary::displayNameForState(state), std::to_string(counts.verdicts),
+                         std::to_string(counts.truths), std::to_string(counts.agreed),
                          percent(counts.precision()), percent(counts.recall())});
   const bool isBlind = evidence == ReviewScore::Evidence::blindRandom;
   made.lines = {
@@ -125,7 +126,8 @@ Score of(const ReviewScore::Score& score, ReviewScore::Evidence evidence) {
          score.noVerdict, score.otherEvidence, score.revisionsPassed)};
   for (const auto& [state, count] : score.declared)
     made.lines.push_back(
-        tr("left out: {} of {}, which follows from what you declared: there is no answer that could agree with it", count, state));
+        tr("left out: {} of {}, which follows from what you declared: there is no answer that could agree with it", count,
+           LabelVocabulary::displayNameForState(state)));
   if (isBlind)
     made.lines.push_back(
         tr("rare states are drawn more often than they come, so recall and the total are of these moments, not of a day"));

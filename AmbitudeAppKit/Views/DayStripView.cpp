@@ -207,8 +207,8 @@ void DayStripView::moveBy(std::int64_t ms) {
 void DayStripView::explain(std::int64_t ms, const QPoint& at) {
   const auto reach = static_cast<std::int64_t>(static_cast<double>(viewToMs_ - viewFromMs_) * 6 / std::max(1, width()));
   QStringList lines;
-  for (const auto& line : day_.explain(ms, reach, calendar_)) lines << Widgets::qt(line).toHtmlEscaped();
-  QToolTip::showText(mapToGlobal(at), "<p>" + lines.join("<br>") + "</p>", this);
+  for (const auto& line : day_.explain(ms, reach, calendar_)) lines << Widgets::qt(line);
+  QToolTip::showText(mapToGlobal(at), "<p>" + lines.join('\n').toHtmlEscaped().replace('\n', "<br>") + "</p>", this);
   setAccessibleDescription(lines.join(". "));
 }
 

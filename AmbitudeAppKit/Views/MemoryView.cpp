@@ -17,6 +17,7 @@
 #include "AmbitudeCore/Memory/MemoryWipeLog.h"
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -123,7 +124,7 @@ void MemoryView::showMemory(const MemoryPage& page) {
     for (const auto& item : items) add(item);
   };
   section(tr("Threads"), page.threads, [this](const MemoryPage::Thread& thread) {
-    addItem(memory_, qt(thread.name), qt(thread.status + (thread.notes.empty() ? "" : ": " + thread.notes)));
+    addItem(memory_, qt(thread.name), thread.notes.empty() ? qt(thread.status) : tr("%1: %2").arg(qt(thread.status), qt(thread.notes)));
   });
   const auto addOrigin = [this](const MemoryPage::Item& item) { addItem(memory_, qt(item.text), qt(item.origin)); };
   section(tr("Facts"), page.facts, addOrigin);
@@ -145,7 +146,9 @@ void MemoryView::showCorrections(const MemoryPage& page) {
     across->addWidget(Widgets::link(
         tr("Delete"),
         [this, atMs = correction.atMs] {
-          change([root = root_, atMs]() -> Failure { return Corrections::erase(atMs, root) ? Failure() : "it was deleted already"; });
+          change([root = root_, atMs]() -> Failure {
+            return Corrections::erase(atMs, root) ? Failure() : halvo::tr("it was deleted already");
+          });
         },
         tr("Delete: %1").arg(qt(correction.text))));
     corrections_->addWidget(row);
@@ -194,7 +197,7 @@ void MemoryView::change(std::function<Failure()> work, std::function<void()> don
         }
       },
       [this, done = std::move(done)](const Failure& failure) {
-        if (failure) tell("not changed: " + *failure);
+        if (failure) tell(halvo::tr("not changed: {}", *failure));
         else if (done) done();
         read();
       });

@@ -72,16 +72,17 @@ QFrame* NowView::quietCard() {
   column->addWidget(quiet_);
   quietChoices_ = new QWidget;
   auto* row = new WrapRow(quietChoices_);
-  for (const auto& [duration, label] : RawValues<UserQuietDuration>::table) {
+  for (const auto& [duration, name] : RawValues<UserQuietDuration>::table) {
+    const auto words = qt(Durations::label(duration));
     auto* choice = Widgets::button(
-        tr(label),
+        words,
         [this, duration = duration] {
           act([duration, nowMs = feed_.config().nowMs(), calendar = feed_.config().calendar] {
             return PersonActions::quiet(duration, nowMs, calendar);
           });
         },
-        tr("Quiet: %1").arg(tr(label)));
-    choice->setObjectName(QString("quiet ") + label);
+        tr("Quiet: %1").arg(words));
+    choice->setObjectName(QString("quiet ") + name);
     row->addWidget(choice);
   }
   endQuiet_ = Widgets::button(tr("End quiet"), [this] {

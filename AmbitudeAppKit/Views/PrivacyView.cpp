@@ -14,6 +14,7 @@
 #include "AmbitudeAppKit/Stores/OwnDenylist.h"
 #include "AmbitudeAppKit/Views/Background.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
+#include "CaptureShared/Foundation/Translation.h"
 
 namespace halvo {
 
@@ -112,7 +113,7 @@ void PrivacyView::saveDenylist() {
           OwnDenylist::write(names, processEnvironment());
           return {};
         } catch (const std::exception& error) {
-          return std::string("not changed: ") + error.what();
+          return halvo::tr("not changed: {}", error.what());
         }
       },
       [this, typed](const std::string& failure) {

@@ -15,6 +15,7 @@
 #include "AmbitudeAppKit/Views/Background.h"
 #include "AmbitudeAppKit/Views/RecordingSwitchView.h"
 #include "AmbitudeAppKit/Views/Widgets.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
 #include "CaptureShared/Recording/Retention/RetentionPresets.h"
 
@@ -44,7 +45,7 @@ RecordingsView::RecordingsView(Operations operations, QWidget* parent) : Page(pa
   days_->setObjectName("keep for");
   days_->setAccessibleName(tr("Delete recordings after"));
   days_->addItem(tr("Keep them all"), never);
-  for (const auto& preset : RetentionPresets::all) days_->addItem(tr("Delete after %1").arg(tr(preset.label)), static_cast<qlonglong>(preset.days));
+  for (const auto& preset : RetentionPresets::all) offer(preset.days);
   onRestart_ = new QCheckBox(tr("After a restart, delete what came before it"));
   onRestart_->setObjectName("on restart");
   card->addWidget(days_, 0, Qt::AlignLeft);
@@ -82,10 +83,12 @@ void RecordingsView::shown() {
 void RecordingsView::showSettings(const RetentionSettings& settings) {
   const auto days = VideoRetention::days(settings.policy);
   const auto wanted = days ? static_cast<qlonglong>(*days) : never;
-  if (days_->findData(wanted) < 0) days_->addItem(tr("Delete after %1").arg(qt(RetentionPresets::label(*days))), wanted);
+  if (days_->findData(wanted) < 0) offer(wanted);
   days_->setCurrentIndex(days_->findData(wanted));
   onRestart_->setChecked(settings.deleteOnRestart);
 }
+
+void RecordingsView::offer(qlonglong days) { days_->addItem(tr("Delete after %1").arg(qt(RetentionPresets::label(days))), days); }
 
 void RecordingsView::show(const RecordingsPage& page) {
   protection_->setText(qt(page.protection));
@@ -116,7 +119,7 @@ void RecordingsView::save() {
           });
           return {};
         } catch (const std::exception& error) {
-          return std::string("not changed: ") + error.what();
+          return halvo::tr("not changed: {}", error.what());
         }
       },
       [this](const std::string& failure) {
@@ -127,8 +130,8 @@ void RecordingsView::save() {
 }
 
 void RecordingsView::apply() {
-  QMessageBox ask(QMessageBox::Warning, tr("Delete recordings?"), summary_->text() + "\n" + tr("This can't be undone."), QMessageBox::Cancel,
-                  this);
+  const auto what = tr("%1\nThis can't be undone.").arg(summary_->text());
+  QMessageBox ask(QMessageBox::Warning, tr("Delete recordings?"), what, QMessageBox::Cancel, this);
   auto* sure = ask.addButton(tr("Delete"), QMessageBox::DestructiveRole);
   ask.exec();
   if (ask.clickedButton() != sure) return;

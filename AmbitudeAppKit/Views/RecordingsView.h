@@ -35,6 +35,7 @@ class RecordingsView : public Page {
 
  private:
   void show(const RecordingsPage& page);
+  void offer(qlonglong days);
   void showSettings(const RetentionSettings& settings);
   void save();
   void apply();

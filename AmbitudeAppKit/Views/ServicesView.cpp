@@ -32,7 +32,7 @@ struct Outcome {
 };
 
 void add(Outcome& outcome, const AgentActions::Told& told) {
-  auto line = told.agent ? qt(facts(*told.agent).name) + ": " + qt(told.words) : qt(told.words);
+  auto line = told.agent ? ServicesView::tr("%1: %2").arg(qt(displayName(*told.agent)), qt(told.words)) : qt(told.words);
   if (!told.detail.empty()) line += "\n    " + qt(told.detail).simplified();
   // What holds for all of them is said once.
   if (!outcome.lines.contains(line)) outcome.lines << line;
@@ -88,7 +88,7 @@ void ServicesView::addButtons(QVBoxLayout* card) {
   which_->setObjectName("which agents");
   which_->setAccessibleName(tr("The agents that the buttons mean"));
   which_->addItem(tr("All agents"));
-  for (const auto& agent : backgroundAgents) which_->addItem(qt(agent.name));
+  for (const auto& agent : backgroundAgents) which_->addItem(qt(displayName(agent.agent)));
   connect(which_, &QComboBox::currentIndexChanged, this, &ServicesView::choose);
   auto* row = new WrapRow;
   row->addWidget(which_);
@@ -162,7 +162,7 @@ void ServicesView::lookAtLog() {
       [this, index](const AgentLog& log) {
         if (which_->currentIndex() != index) return;
         const auto file = qt(log.file.string());
-        logFile_->setText(log.trouble.empty() ? file : file + ": " + qt(log.trouble));
+        logFile_->setText(log.trouble.empty() ? file : tr("%1: %2").arg(file, qt(log.trouble)));
         QStringList lines;
         for (const auto& line : log.lines) lines << qt(line);
         log_->setPlainText(lines.join('\n'));
@@ -171,10 +171,10 @@ void ServicesView::lookAtLog() {
 }
 
 void ServicesView::confirmRemoval() {
-  const auto what = which_->currentIndex() == 0 ? tr("All agents are stopped and taken from the service manager.")
-                                                : tr("%1 is stopped and taken from the service manager.").arg(which_->currentText());
-  QMessageBox ask(QMessageBox::Warning, tr("Remove from the background?"), what + "\n" + tr("What was recorded stays."),
-                  QMessageBox::Cancel, this);
+  const auto what = which_->currentIndex() == 0
+                        ? tr("All agents are stopped and taken from the service manager.\nWhat was recorded stays.")
+                        : tr("%1 is stopped and taken from the service manager.\nWhat was recorded stays.").arg(which_->currentText());
+  QMessageBox ask(QMessageBox::Warning, tr("Remove from the background?"), what, QMessageBox::Cancel, this);
   auto* sure = ask.addButton(tr("Remove"), QMessageBox::DestructiveRole);
   ask.exec();
   if (ask.clickedButton() == sure) run(operations_.remove);

@@ -91,7 +91,8 @@ void SetupView::addFirstSteps(QVBoxLayout* column, const QString& offeredRoot) {
   starts->addWidget(Widgets::subheading(tr("What starts with it")));
   starts->addWidget(Widgets::text(tr("Five programs, now and at each login, whether the window is open or not. The Services page stops and "
                                      "removes them.")));
-  for (const auto& agent : backgroundAgents) starts->addWidget(Widgets::note(tr("%1: %2").arg(qt(agent.name), whatItDoes(agent.agent))));
+  for (const auto& agent : backgroundAgents)
+    starts->addWidget(Widgets::note(tr("%1: %2").arg(qt(displayName(agent.agent)), whatItDoes(agent.agent))));
   start_ = Widgets::primary(tr("Start"), [this] { start(); }, tr("Make the folder and start the programs"));
   start_->setObjectName("start");
   column->addWidget(start_, 0, Qt::AlignLeft);

@@ -7,6 +7,7 @@
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Match.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Labels/AnsweredMoments.h"
 #include "CaptureShared/Labels/LabelsSchema.h"
 
@@ -39,7 +40,7 @@ std::optional<ReviewSession> ReviewSession::resume(const Places& places, const C
     throw;
   }
   auto batch = ReviewBatch::decode(text);
-  if (!batch) throw DamagedBatch(places.batch.string() + " can't be read as a review");
+  if (!batch) throw DamagedBatch(tr("{} can't be read as a review", places.batch.string()));
   const auto answered = AnsweredMoments::rampLabeledTickMs(places.labels);
   for (auto& item : batch->items)
     if (item.stage == Stage::blind && answered.contains(item.sample.atMs)) item.stage = Stage::revealed;

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/LocalModelStore.h"
 #include "CaptureShared/Provisioning/ModelDownloadHost.h"
 #include "CaptureShared/Provisioning/ModelProvisioning.h"
@@ -23,10 +24,10 @@ ModelsFolderLock lockFolder(const std::filesystem::path& directory, const std::s
     std::filesystem::create_directories(directory.parent_path());
     makePrivateFolder(directory);
     ModelsFolderLock lock(directory);
-    if (!lock) throw InstallError::fileSystem(file, fmt::format("another install is at work in {}", directory.string()));
+    if (!lock) throw InstallError::fileSystem(file, tr("another install is at work in {}", directory.string()));
     return lock;
   } catch (const std::system_error& error) {
-    throw InstallError::fileSystem(file, fmt::format("couldn't create {}: {}", directory.string(), error.code().message()));
+    throw InstallError::fileSystem(file, tr("couldn't create {}: {}", directory.string(), error.code().message()));
   }
 }
 
@@ -93,7 +94,7 @@ bool LocalModelInstaller::isThereAlready(const Artifact& artifact, const Report&
   try {
     found = LocalModelStore::hashed(file, stop, [&](std::int64_t bytes) { report(Checking{artifact.fileName}, bytes); });
   } catch (const std::system_error& error) {
-    throw InstallError::fileSystem(artifact.fileName, fmt::format("couldn't open it to check it: {}", error.code().message()));
+    throw InstallError::fileSystem(artifact.fileName, tr("couldn't open it to check it: {}", error.code().message()));
   }
   if (found.sha256 == artifact.sha256) {
     LocalModelStore::recordVerified(artifact, setup_.directory, found.identity);

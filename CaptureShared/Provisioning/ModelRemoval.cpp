@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/LocalModelInstaller.h"
 #include "CaptureShared/Provisioning/LocalModelStore.h"
 #include "CaptureShared/Provisioning/ModelsFolderLock.h"
@@ -26,7 +27,7 @@ Plan plan(const LocalModelStore::Manifest& manifest, const fs::path& directory) 
       const auto status = fs::symlink_status(file, error);
       if (status.type() == fs::file_type::not_found) continue;
       if (status.type() != fs::file_type::regular)
-        found.refusals.push_back(file.string() + " is not a regular file; not removing it");
+        found.refusals.push_back(tr("{} is not a regular file; not removing it", file.string()));
       else
         found.items.push_back({file, static_cast<std::int64_t>(fs::file_size(file, error))});
     }
@@ -37,7 +38,7 @@ void apply(const Plan& plan, const LocalModelStore::Manifest& manifest, const fs
   if (!plan.refusals.empty()) throw std::runtime_error(Text::join(plan.refusals, "; "));
   if (plan.items.empty()) return;
   const ModelsFolderLock lock(directory);
-  if (!lock) throw std::runtime_error("an install is at work in " + directory.string());
+  if (!lock) throw std::runtime_error(tr("an install is at work in {}", directory.string()));
   for (const auto& item : plan.items) fs::remove(item.file);
   for (const auto* artifact : manifest.artifacts()) LocalModelStore::removeStamp(artifact->fileName, directory);
 }

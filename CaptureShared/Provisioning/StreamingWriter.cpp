@@ -11,6 +11,7 @@
 
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Provisioning/InstallError.h"
 
 namespace halvo {
@@ -43,7 +44,7 @@ StreamingWriter::StreamingWriter(Setup setup, const std::stop_token& stop)
       // O_NOFOLLOW: a link in the file's place would have us write elsewhere.
       handle_(::open(setup_.partial.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
   const auto& file = setup_.artifact.fileName;
-  if (!handle_) throw InstallError::fileSystem(file, fmt::format("couldn't create {}: {}", setup_.partial.string(), errnoText(errno)));
+  if (!handle_) throw InstallError::fileSystem(file, tr("couldn't create {}: {}", setup_.partial.string(), errnoText(errno)));
   try {
     const auto block = std::make_unique<char[]>(blockBytes);
     while (const auto count = handle_.readInto({block.get(), blockBytes}, static_cast<std::uint64_t>(written_))) {
@@ -53,10 +54,10 @@ StreamingWriter::StreamingWriter(Setup setup, const std::stop_token& stop)
       if (setup_.onRead) setup_.onRead(written_);
     }
   } catch (const std::system_error& error) {
-    throw InstallError::fileSystem(file, fmt::format("couldn't open it to check it: {}", error.code().message()));
+    throw InstallError::fileSystem(file, tr("couldn't open it to check it: {}", error.code().message()));
   }
   if (::lseek(handle_.fd(), written_, SEEK_SET) < 0)
-    throw InstallError::fileSystem(file, fmt::format("couldn't write it: {}", errnoText(errno)));
+    throw InstallError::fileSystem(file, tr("couldn't write it: {}", errnoText(errno)));
   lastReported_ = written_;
 }
 
@@ -76,7 +77,7 @@ bool StreamingWriter::begin(const HTTPResponse& head) {
   }
   if (goesOn || written_ == 0) return true;
   if (::ftruncate(handle_.fd(), 0) != 0 || ::lseek(handle_.fd(), 0, SEEK_SET) != 0)
-    throw InstallError::fileSystem(artifact.fileName, fmt::format("couldn't write it: {}", errnoText(errno)));
+    throw InstallError::fileSystem(artifact.fileName, tr("couldn't write it: {}", errnoText(errno)));
   hasher_ = Digest::SHA256();
   written_ = lastReported_ = 0;
   return true;
@@ -92,7 +93,7 @@ void StreamingWriter::take(std::string_view piece) {
   try {
     writeAll(handle_.fd(), piece, setup_.partial);
   } catch (const std::system_error& error) {
-    throw InstallError::fileSystem(artifact.fileName, fmt::format("couldn't write it: {}", error.code().message()));
+    throw InstallError::fileSystem(artifact.fileName, tr("couldn't write it: {}", error.code().message()));
   }
   hasher_.update(piece);
   written_ += size;
@@ -110,7 +111,7 @@ FileIdentity StreamingWriter::finish() {
     throw InstallError::checksumMismatch(artifact.fileName);
   }
   if (::fdatasync(handle_.fd()) != 0)
-    throw InstallError::fileSystem(artifact.fileName, fmt::format("couldn't write it: {}", errnoText(errno)));
+    throw InstallError::fileSystem(artifact.fileName, tr("couldn't write it: {}", errnoText(errno)));
   return FileIdentity::of(handle_);
 }
 

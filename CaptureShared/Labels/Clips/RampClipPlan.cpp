@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "CaptureShared/Foundation/Match.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Recording/Location/BatchLocator.h"
 
 namespace halvo::RampClipPlan {
@@ -28,10 +29,10 @@ int rounded(double value) { return static_cast<int>(std::llround(value)); }
 
 std::string textOf(const LocateResult& result) {
   return match(
-      result, [](const Located&) { return "unreachable"; },
-      [](const FrameLocator::NoFrameNearby&) { return "No capture frame near the judged instant — capture wasn't running then."; },
+      result, [](const Located&) { return std::string(); },
+      [](const FrameLocator::NoFrameNearby&) { return tr("No capture frame near the judged instant — capture wasn't running then."); },
       [](const FrameLocator::UnsupportedEra&) {
-        return "This moment predates the frame-index sidecar columns (2026-07-07), so no frame can be resolved for it.";
+        return tr("This moment predates the frame-index sidecar columns (2026-07-07), so no frame can be resolved for it.");
       });
 }
 
@@ -39,7 +40,7 @@ std::string textOf(const PlanError::Reason& reason) {
   return match(
       reason, [](const JudgedInstantUnavailable& unavailable) { return textOf(unavailable.result); },
       [](const TooFewFramesResolved& few) {
-        return fmt::format("Only {} of the lead-up frames resolved (need {}) — capture was mostly not running.", few.resolved, few.minimum);
+        return tr("Only {} of the lead-up frames resolved (need {}) — capture was mostly not running.", few.resolved, few.minimum);
       });
 }
 

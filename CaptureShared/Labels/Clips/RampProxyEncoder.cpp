@@ -11,6 +11,7 @@
 
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Text.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Foundation/UUID.h"
 #include "CaptureShared/Recording/FFmpegRun.h"
 #include "CaptureShared/Recording/RecordingInput.h"
@@ -25,7 +26,7 @@ using RampClipPlan::Frame;
 using RampClipPlan::Plan;
 using Arguments = std::vector<std::string>;
 
-constexpr auto unreadableText = "This part of the recording can not be read";
+constexpr auto unreadableText = trMark("This part of the recording can not be read");
 
 double secondsNow() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
@@ -39,6 +40,13 @@ std::string anyOf(std::span<const std::int64_t> frames) {
   if (frames.size() == 1) return fmt::format("eq(n\\,{})", frames.front());
   const auto half = frames.size() / 2;
   return "(" + anyOf(frames.first(half)) + "+" + anyOf(frames.subspan(half)) + ")";
+}
+
+/// A text as the value of a filter's option, inside a graph of filters: each of the two has its own escapes.
+std::string filterText(const std::string& text) {
+  std::string value;
+  for (const char c : text) value += (c == '\\' || c == '\'' || c == ':' ? "\\" : "") + std::string(1, c);
+  return "'" + Text::replaceAll(std::move(value), "'", "'\\''") + "'";
 }
 
 /// A folder that goes with this object.
@@ -66,7 +74,7 @@ class Encode {
     const auto start = secondsNow();
     cost.sourceFramesRequested = decodeAll();
     cost.sourceFrameCount = static_cast<int>(images_.size());
-    if (images_.empty()) throw EncodeError(Kind::noDecodableFrames, "no frame of the recording could be read");
+    if (images_.empty()) throw EncodeError(Kind::noDecodableFrames, tr("no frame of the recording could be read"));
     const auto decoded = secondsNow();
     cost.frameCount = layOut();
     write();
@@ -124,7 +132,8 @@ class Encode {
     auto [found, isNew] = cards_.try_emplace(text, fmt::format("card-{}.jpg", cards_.size()));
     if (!isNew) return found->second;
     const auto outcome = ffmpeg({"-f", "lavfi", "-i", fmt::format("color=c=0x24282c:s={}x{}", setup_.pixelWidth, setup_.pixelHeight), "-vf",
-                                 fmt::format("drawtext=text='{}':fontcolor=white:fontsize=h/20:x=(w-text_w)/2:y=(h-text_h)/2", text),
+                                 fmt::format("drawtext=text={}:expansion=none:fontcolor=white:fontsize=h/20:x=(w-text_w)/2:y=(h-text_h)/2",
+                                             filterText(text)),
                                  "-frames:v", "1", "-q:v", "3", "-update", "1", (scratch_.path / found->second).string()});
     if (outcome.exitStatus != 0) throw EncodeError(Kind::writerFailed, detailOf(outcome));
     return found->second;
@@ -133,7 +142,7 @@ class Encode {
   std::string gapText(std::size_t index) const {
     const auto nextMs = index + 1 < plan_.frames.size() ? plan_.frames[index + 1].sourceRealMs : plan_.judgedInstantMs;
     const auto seconds = (nextMs - plan_.frames[index].sourceRealMs) / 1000;
-    return "Nothing was recorded here, for " + (seconds < 120 ? fmt::format("{} s", seconds) : fmt::format("{} min", seconds / 60));
+    return seconds < 120 ? tr("Nothing was recorded here, for {} s", seconds) : tr("Nothing was recorded here, for {} min", seconds / 60);
   }
 
   /// Gives every frame of the clip its number; answers how many there are.
@@ -147,7 +156,7 @@ class Encode {
         image = card(gapText(i));
       } else {
         const auto found = images_.find(Key{*frame.file, frame.frameInFile()});
-        image = found == images_.end() ? card(unreadableText) : found->second;
+        image = found == images_.end() ? card(tr(unreadableText)) : found->second;
       }
       for (int hold = 0; hold < frame.holdFrames; ++hold)
         fs::create_symlink(image, scratch_.path / fmt::format("clip-{:06}.jpg", ++number));
@@ -179,7 +188,7 @@ class Encode {
 }  // namespace
 
 Cost encode(const Plan& plan, const fs::path& output, const Setup& setup, const std::stop_token& stop) {
-  if (plan.outputFrameCount() == 0) throw EncodeError(Kind::emptyPlan, "there is nothing to show");
+  if (plan.outputFrameCount() == 0) throw EncodeError(Kind::emptyPlan, tr("there is nothing to show"));
   try {
     return Encode(plan, output, setup, stop).run();
   } catch (const std::system_error& error) {

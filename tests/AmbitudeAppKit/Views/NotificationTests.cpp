@@ -10,6 +10,7 @@
 #include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "AmbitudeCore/Coach/CoachTurnEffects.h"
 #include "CaptureShared/Foundation/Spawn.h"
+#include "CaptureShared/Recording/Supervision/RecordingControls.h"
 #include "tests/AmbitudeAppKit/Views/WindowScene.h"
 #include "tests/support/ChildProcess.h"
 
@@ -38,14 +39,22 @@ class NotificationTest : public test::WindowScene {
       return calls;
     }
   };
-  static void chooseLastOf(sdbus::IProxy& menu) {
+  /// Chooses an entry of a menu; false while it has none of that name.
+  static bool choose(sdbus::IProxy& menu, const std::string& name) {
     constexpr auto interface = "com.canonical.dbusmenu";
     std::uint32_t revision = 0;
     MenuItem whole;
     menu.callMethod("GetLayout").onInterface(interface).withArguments(0, -1, std::vector<std::string>()).storeResultsTo(revision, whole);
-    const auto last = whole.get<2>().back().get<MenuItem>().get<0>();
-    menu.callMethod("Event").onInterface(interface).withArguments(last, std::string("clicked"), sdbus::Variant(std::string()), revision);
+    for (const auto& entry : whole.get<2>()) {
+      const auto item = entry.get<MenuItem>();
+      const auto label = item.get<1>().find("label");
+      if (label == item.get<1>().end() || label->second.get<std::string>() != name) continue;
+      menu.callMethod("Event").onInterface(interface).withArguments(item.get<0>(), std::string("clicked"), sdbus::Variant(std::string()), revision);
+      return true;
+    }
+    return false;
   }
+  bool isPaused() const { return RecordingControls::read(root).isPaused(Clock::system().nowMs()); }
   void lark(const std::string& words) const { add(AppChatEvents::coachMessage({.text = words, .asOfMs = Clock::system().nowMs()})); }
 };
 
@@ -95,8 +104,16 @@ TEST_F(NotificationTest, theProgramEndsByItsTrayIconAndByASignalAlike) {
       watcher.mock("AddProperty", name, std::string("IsStatusNotifierHostRegistered"), sdbus::Variant(true));
     }
     ASSERT_TRUE(eventually([&] { return watcher.calls("RegisterStatusNotifierItem").size() == turn; }));
-    if (turn == 1) chooseLastOf(*bus().proxy(watcher.calls("RegisterStatusNotifierItem")[0][0].get<std::string>(), "/MenuBar"));
-    else program.signal(SIGTERM);
+    if (turn == 1) {
+      const auto menu = bus().proxy(watcher.calls("RegisterStatusNotifierItem")[0][0].get<std::string>(), "/MenuBar");
+      EXPECT_TRUE(choose(*menu, "Pause recording"));
+      EXPECT_TRUE(eventually([&] { return isPaused(); }));
+      EXPECT_TRUE(eventually([&] { return choose(*menu, "Resume recording"); })) << "its label follows";
+      EXPECT_TRUE(eventually([&] { return !isPaused(); }));
+      EXPECT_TRUE(choose(*menu, "Quit"));
+    } else {
+      program.signal(SIGTERM);
+    }
     EXPECT_EQ(program.wait(10), 0);
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "halvo-app.sock")) << "nothing is left";
     EXPECT_TRUE(rows("ui_closed").empty()) << "which is no dismissal";

@@ -12,6 +12,7 @@
 #include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/FFmpegResolver.h"
 #include "CaptureShared/Foundation/Spawn.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Labels/Clips/ClipFolder.h"
 #include "CaptureShared/Labels/Clips/MomentClips.h"
 #include "CaptureShared/Labels/Clips/RampProxyEncoder.h"
@@ -205,6 +206,14 @@ TEST_F(RampProxyEncoderTest, makesAClipOfASealedHour) {
   ASSERT_EQ(::stat(clip.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
   EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 3) << "no single frame is left";
+}
+
+TEST_F(RampProxyEncoderTest, aCardTakesWhateverTextATranslationHas) {
+  record();
+  const Plan made{.frames = {shown(3, 1), Frame::gap(0, 2), shown(30, 1)}, .outputFps = 10, .outputStarts = {0, 1, 3}};
+  setTranslator([](const std::string&) -> std::string { return R"(l'été: 100 % de 'rien', [a];b=c\d\' {} s)"; });
+  EXPECT_NO_THROW(RampProxyEncoder::encode(made, clip, setup()));
+  setTranslator(nullptr);
 }
 
 TEST_F(RampProxyEncoderTest, takesMoreFramesThanAFilterHasTerms) {
