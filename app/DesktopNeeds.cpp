@@ -60,13 +60,6 @@ ReviewView::Operations review() {
           .ffmpeg = [] { return FFmpegResolver::resolve(processEnvironment()); }};
 }
 
-/// What is known of the programs, in words of ours alone.
-std::vector<std::string> programsOf(const AgentActions& agents) {
-  std::vector<std::string> lines;
-  for (const auto& state : agents.states()) lines.push_back(fmt::format("{}: {}", facts(state.agent).name, describe(state.runState)));
-  return lines;
-}
-
 std::string diagnostics(AgentPlace& agents) {
   utsname system{};
   ::uname(&system);
@@ -76,7 +69,7 @@ std::string diagnostics(AgentPlace& agents) {
   return DiagnosticsReport::render({.version = EventLogWriter::defaultBuildVersion(),
                                     .system = fmt::format("{} {}, {} of memory", system.sysname, system.release,
                                                           memory ? ModelProvisioning::humanBytes(static_cast<std::int64_t>(*memory)) : "an unknown amount"),
-                                    .programs = programsOf(agents.actions()),
+                                    .programs = DiagnosticsReport::programs(agents.actions().states()),
                                     .writtenAt = ISO8601::utcSeconds(Clock::system().nowMs())},
                                    logs);
 }

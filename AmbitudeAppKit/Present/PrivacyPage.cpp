@@ -12,6 +12,13 @@ namespace halvo {
 
 namespace {
 
+std::string coachOf(const Environment& environment) {
+  using namespace ModelBackendFactory;
+  if (const auto refusal = fatalReason(environment)) return tr("Nothing: the coach does not start. {}", *refusal);
+  const auto what = describeSelection(environment);
+  return coachPrimaryIsLocal(environment) ? tr("Nothing: the coach runs here, on {}.", what) : tr("The coach's text goes to a service: {}.", what);
+}
+
 /// "gate" and "coach" are what there is; another name is shown as it is.
 std::string who(const std::string& layer) {
   if (layer == "gate") return tr("gate");
@@ -35,9 +42,7 @@ PrivacyPage::Call callOf(const TurnUsageRecord& record, const Calendar& calendar
 
 PrivacyPage PrivacyPage::read(const std::filesystem::path& root, const Environment& environment, const Calendar& calendar) {
   PrivacyPage page;
-  const auto refusal = ModelBackendFactory::fatalReason(environment);
-  page.coach = refusal ? *refusal : ModelBackendFactory::describeSelection(environment);
-  page.isRemote = !ModelBackendFactory::coachPrimaryIsLocal(environment);
+  page.coach = coachOf(environment);
   const auto kept = OwnDenylist::read(environment);
   const auto inForce = Denylist::fromEnvironment(environment).appNames();
   const bool isBuiltIn = inForce == Denylist::defaultAppNames();

@@ -20,8 +20,7 @@ struct PrivacyPage {
     bool leftTheMachine = false;
     bool operator==(const Call&) const = default;
   };
-  std::string coach = {};              ///< what the coach runs on, or why it does not start
-  bool isRemote = false;               ///< text leaves the machine
+  std::string coach = {};              ///< where the coach's text goes, or why it goes nowhere
   std::vector<std::string> denylist = {};
   enum class DenylistSource {
     builtIn,

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "AmbitudeAppKit/AgentControl/BackgroundAgents.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Foundation/Regex.h"
 #include "CaptureShared/Foundation/Text.h"
@@ -64,6 +65,12 @@ bool isMechanical(std::string_view line) {
   } catch (const RegexLimitExceeded&) {
     return false;
   }
+}
+
+std::vector<std::string> programs(std::span<const BackgroundAgentState> states) {
+  std::vector<std::string> lines;
+  for (const auto& state : states) lines.push_back(fmt::format("{}: {}", facts(state.agent).name, describe(state.runState)));
+  return lines;
 }
 
 std::string render(const Facts& facts, std::span<const Log> logs, std::size_t linesPerLog) {

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "AmbitudeAppKit/AgentControl/BackgroundAgentState.h"
+
 /// What a person may hand to someone who helps them. It is built from an allow-list: a log line goes in when its whole shape is known to hold
 /// counts, times and names of ours, and nothing that came from a screen, a conversation or a file of theirs. Every other line is counted and left out.
 namespace halvo::DiagnosticsReport {
@@ -22,6 +24,8 @@ struct Facts {
   std::vector<std::string> programs;  ///< a line each, of words of ours
   std::string writtenAt;              ///< UTC
 };
+/// "Capture: running", in the report's own language.
+std::vector<std::string> programs(std::span<const BackgroundAgentState> states);
 /// The report's text: the facts, then of each log its last `linesPerLog` mechanical lines and how many were left out.
 std::string render(const Facts& facts, std::span<const Log> logs, std::size_t linesPerLog = 60);
 

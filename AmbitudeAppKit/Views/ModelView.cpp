@@ -81,7 +81,8 @@ QWidget* ModelView::cardOf(const ModelPage::Row& row) {
                      : row.isRecommended ? tr("%1 (recommended here)")
                                          : QString("%1");
   column->addWidget(Widgets::subheading(title.arg(name)));
-  column->addWidget(Widgets::text(tr("%1 to download; %2; %3").arg(qt(row.size), qt(row.fit), qt(row.state))));
+  const auto facts = row.isWhole ? tr("%1; %2; %3") : tr("%1 to download; %2; %3");
+  column->addWidget(Widgets::text(facts.arg(qt(row.size), qt(row.fit), qt(row.state))));
   column->addWidget(Widgets::note(qt(row.role)));
   if (!row.warning.empty()) column->addWidget(Widgets::note(qt(row.warning)));
   auto* actions = new QHBoxLayout;

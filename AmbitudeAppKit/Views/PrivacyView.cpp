@@ -76,8 +76,7 @@ void PrivacyView::shown() {
 }
 
 void PrivacyView::show(const PrivacyPage& page) {
-  coach_->setText(page.isRemote ? tr("The coach's text goes to a service: %1").arg(qt(page.coach))
-                                : tr("Nothing: the coach runs here. %1").arg(qt(page.coach)));
+  coach_->setText(qt(page.coach));
   std::vector<QStringList> rows;
   for (const auto& call : page.calls)
     rows.push_back({qt(call.when), qt(call.who), qt(call.where), QString::number(call.promptTokens), QString::number(call.completionTokens)});

@@ -14,6 +14,7 @@
 #include "CaptureShared/DataRoot/DataPaths.h"
 #include "CaptureShared/Foundation/Environment.h"
 #include "CaptureShared/Foundation/FileHandle.h"
+#include "CaptureShared/Foundation/Translation.h"
 #include "CaptureShared/Foundation/UserFolders.h"
 #include "CaptureShared/Recording/Retention/RetentionSettingsStore.h"
 #include "Platform/Linux/LinuxMachine.h"
@@ -105,10 +106,10 @@ BackgroundAgentState stateOf(BackgroundAgent agent) {
   return state;
 }
 
-ServicesPage services() {
-  std::vector<BackgroundAgentState> states;
-  for (const auto& agent : backgroundAgents) states.push_back(stateOf(agent.agent));
-  return ServicesPage::of(states);
+std::vector<BackgroundAgentState> states() {
+  std::vector<BackgroundAgentState> all;
+  for (const auto& agent : backgroundAgents) all.push_back(stateOf(agent.agent));
+  return all;
 }
 
 AgentLog agentLog(BackgroundAgent agent) {
@@ -121,17 +122,19 @@ AgentLog agentLog(BackgroundAgent agent) {
 /// The one that is configured is here.
 ModelPage models(ModelPage page) {
   for (auto& row : page.rows) {
-    row.fit = "fits this machine";
+    row.fit = tr("fits this machine");
     row.isRecommended = row.isWhole = row.isBegun = row.isConfigured;
     row.warning.clear();
-    row.state = row.isConfigured ? "ready" : "not downloaded";
+    row.state = row.isConfigured ? tr("ready") : tr("not downloaded");
   }
   return page;
 }
 
 std::string report(std::int64_t nowMs) {
-  DiagnosticsReport::Facts facts{
-      .version = "1.0.0", .system = "Linux 6.1.0, 31.2 GB of memory", .writtenAt = ISO8601::utcSeconds(nowMs)};
+  const DiagnosticsReport::Facts facts{.version = "1.0.0",
+                                       .system = "Linux 6.1.0, 31.2 GB of memory",
+                                       .programs = DiagnosticsReport::programs(states()),
+                                       .writtenAt = ISO8601::utcSeconds(nowMs)};
   return DiagnosticsReport::render(facts, DiagnosticsReport::logsIn(UserFolders::home(processEnvironment()) / "Library/Logs"));
 }
 
@@ -164,7 +167,7 @@ void putInto(Pages::Needs& needs, const Calendar& calendar) {
     return RecordingsPage::of(RetentionRunner::run({.nowMs = nowMs, .calendar = calendar, .environment = environment}),
                               environment.settings(), environment.ops);
   };
-  needs.services.look = services;
+  needs.services.look = [] { return ServicesPage::of(states()); };
   needs.services.log = agentLog;
   needs.model.list = [list = needs.model.list] { return models(list()); };
   needs.diagnostics = [nowMs] { return report(nowMs); };

@@ -4,7 +4,9 @@
 
 #include "AmbitudeAppKit/Present/Conversation.h"
 #include "AmbitudeAppKit/Present/NowPage.h"
+#include "AmbitudeAppKit/Present/PrivacyPage.h"
 #include "AmbitudeAppKit/Present/RecordingCard.h"
+#include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "AmbitudeCore/Coach/AppChatEvents.h"
 #include "AmbitudeCore/Folds/CoachCorrectionsLog.h"
 #include "CaptureShared/DataRoot/DataPaths.h"
@@ -178,6 +180,32 @@ TEST(Conversation, entriesAndWhatCanBeUndone) {
   ASSERT_EQ(later.entries[1].text, "You declared: tea until 5:00pm") << "what is older has no entry";
   for (const int i : {4, 5, 6}) EXPECT_FALSE(later.entries[i].undo) << "what is over can't be undone, nor what was deleted: " << i;
   EXPECT_TRUE(later.entries[8].answers.empty());
+}
+
+TEST_F(DayTest, whatLeavesTheMachineIsSaidAsItIs) {
+  const struct {
+    Environment environment;
+    const char* told;
+  } cases[] = {{{}, "Nothing: the coach runs here, on local llama-server ("},
+               {{{"AMBITCAP_MODEL_BACKEND", "proxy"}, {"AMBITCAP_PROXY_URL", "https://coach.test"}},
+                "The coach's text goes to a service: proxy (https://coach.test"},
+               {{{"AMBITCAP_MODEL_BACKEND", "openrouter"}}, "Nothing: the coach does not start. AMBITCAP_MODEL_BACKEND=openrouter but"},
+               {{{"AMBITCAP_MODEL_BACKEND", "elsewhere"}}, "Nothing: the coach does not start. AMBITCAP_MODEL_BACKEND=\"elsewhere\" is not"}};
+  for (auto [environment, told] : cases) {
+    environment["HOME"] = folder.path().string();
+    const auto page = PrivacyPage::read(root, environment, calendar);
+    EXPECT_EQ(page.coach.substr(0, std::string_view(told).size()), told);
+    EXPECT_TRUE(page.calls.empty());
+  }
+  const auto log = TurnUsageRecordLog::defaultURL(root);
+  TurnUsageRecordLog::append({.atMs = at(9, 0), .layer = "gate", .promptTokens = 7}, log);
+  TurnUsageRecordLog::append({.atMs = at(9, 1), .layer = "coach", .costUSD = 0.01}, log);
+  TurnUsageRecordLog::append({.atMs = at(9, 2), .layer = "coach", .provider = "Acme"}, log);
+  std::vector<std::string> calls;
+  for (const auto& call : PrivacyPage::read(root, {{"HOME", folder.path().string()}}, calendar).calls)
+    calls.push_back(call.who + ": " + call.where + (call.leftTheMachine ? " (left)" : ""));
+  EXPECT_EQ(calls, (std::vector<std::string>{"coach: Acme (left)", "coach: a remote service (left)",
+                                             "gate: the local model, or a service that gave no name"}));
 }
 
 }  // namespace
