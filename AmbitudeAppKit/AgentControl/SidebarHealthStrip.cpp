@@ -68,8 +68,8 @@ State state(const Facts& facts) {
     return {.symbol = "media-playback-pause-symbolic",
             .title = tr("Recording {}", pause->words),
             .detail = on.empty() ? tr("by choice") : tr("by choice; at work: {}", on)};
-  if (on.empty()) return {.symbol = "system-shutdown-symbolic", .title = tr("Off"), .detail = tr("by choice")};
-  return {.symbol = "emblem-ok-symbolic", .title = tr("Working"), .detail = off.empty() ? on : tr("{}; off by choice: {}", on, off)};
+  if (on.empty()) return {.symbol = "system-shutdown-symbolic", .title = tr("Off"), .detail = tr("not installed")};
+  return {.symbol = "emblem-ok-symbolic", .title = tr("Working"), .detail = off.empty() ? on : tr("{}; not installed: {}", on, off)};
 }
 
 std::string brief(double seconds) {

@@ -35,7 +35,8 @@ struct Facts {
   std::int64_t nowMs = 0;
 };
 /// What matters most: a data root that is away outranks a capture fault, that a silent component, that a pause for a call. That
-/// recording is paused is said beside whatever outranks it; while that can't be told, it ranks as a capture fault.
+/// recording is paused is said beside whatever outranks it; while that can't be told, it ranks as a capture fault. A component that is off
+/// by choice, and that no pause explains, is told as not installed: whose choice it was nobody knows.
 State state(const Facts& facts);
 
 /// "45s", "12m", "2h 5m"; below 0 counts as 0.

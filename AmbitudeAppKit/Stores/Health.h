@@ -15,7 +15,7 @@
 /// How the programs in the background do, read from what they wrote.
 namespace halvo::Health {
 
-/// What matters most about the present data root. An agent that is not installed and does not work is off by choice. Reads a few small
+/// What matters most about the present data root. An agent that is not installed and does not work is told as such. Reads a few small
 /// files; never throws.
 SidebarHealthStrip::State look(const Environment& environment, std::int64_t nowMs, const Calendar& calendar = Calendar::local());
 

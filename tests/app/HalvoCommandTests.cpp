@@ -53,7 +53,7 @@ TEST_F(HalvoCommandTest, declareBreakClear) {
   const auto status = run({"status"}, root);
   EXPECT_EQ(status.status, 0);
   for (const auto* line : {"coach:     local llama-server (gemma4:12b-it-qat)\n", "intention: write the essay\n", "estimate:  until 5:00pm\n",
-                           "quiet:     not quiet\n", "health:    Off (by choice)\n",
+                           "quiet:     not quiet\n", "health:    Off (not installed)\n",
                            "sampled:   never\n", "judged:    never\n", "gate:      never\n", "Lark:      never\n"})
     EXPECT_NE(status.out.find(line), std::string::npos) << line << status.out;
   EXPECT_EQ(run({"break", "--until", "3:15pm"}, root).out, "declared: Break until 3:15pm\n");

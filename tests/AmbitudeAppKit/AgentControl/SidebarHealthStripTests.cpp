@@ -28,8 +28,8 @@ TEST(SidebarHealthStrip, theWorstThingIsTheOneThatIsSaid) {
       {{}, {}, Silent{.quietFor = 180}, silent, silent, "Capture has not been at work yet", "Recording your screen", Tone::warning},
       {{}, {}, Working{}, hold(7'200'000), Working{}, "On hold for a call", "for 2h", Tone::normal},
       {{}, {}, Working{}, hold(7'260'000), Working{}, "Still on hold for a call", "for 2h 1m", Tone::warning},
-      {{}, {}, OffByChoice{}, Working{}, Working{}, "Working", "Classifier, Coach; off by choice: Capture", Tone::normal},
-      {{}, {}, OffByChoice{}, OffByChoice{}, OffByChoice{}, "Off", "by choice", Tone::normal}};
+      {{}, {}, OffByChoice{}, Working{}, Working{}, "Working", "Classifier, Coach; not installed: Capture", Tone::normal},
+      {{}, {}, OffByChoice{}, OffByChoice{}, OffByChoice{}, "Off", "not installed", Tone::normal}};
   for (const auto& c : cases) {
     const std::pair<Component, Status> components[] = {
         {Component::capture, c.capture}, {Component::classifier, c.classifier}, {Component::coach, c.coach}};

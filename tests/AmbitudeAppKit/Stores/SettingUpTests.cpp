@@ -78,7 +78,7 @@ TEST_F(SettingUpTest, theHealthLineReadsWhatWasWritten) {
   SignalsStaleNoteStore::write({.lastGoodTickAtMs = nowMs - 200'000, .updatedAtMs = nowMs}, SignalsStaleNoteStore::url(root));
   EXPECT_EQ(title(), "Capture is silent") << "what the classifier misses speaks against the pair";
   fs::remove_all(home.path() / ".config");
-  EXPECT_EQ(Health::look(processEnvironment(), nowMs).detail, "Classifier, Coach; off by choice: Capture") << "it is not installed";
+  EXPECT_EQ(Health::look(processEnvironment(), nowMs).detail, "Classifier, Coach; not installed: Capture");
 }
 
 TEST_F(SettingUpTest, theLookIsKeptPrivatelyAndReadWithCare) {
