@@ -5,7 +5,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include <fcntl.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <unistd.h>
 
@@ -79,26 +78,16 @@ void Household::startModel(std::vector<std::string> more) {
   const auto known = value(environment, "AMBITCAP_LOCAL_INFERENCE_ENDPOINT");
   more.insert(more.begin(), {"--listen", known.value_or("http://127.0.0.1:0")});
   programs_[modelName].end();
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  const FileHandle read(ends[0]);
-  FileHandle write(ends[1]);
-  programs_[modelName] = ChildProcess((bin_ / modelName).string(), more, environment, {{.ours = write.fd(), .childs = STDOUT_FILENO}});
-  write.reset();
   std::string said;
-  char byte = 0;
-  while (::read(read.fd(), &byte, 1) == 1 && byte != '\n') said += byte;
+  programs_[modelName] = ChildProcess::greeting((bin_ / modelName).string(), more, environment, said);
   const auto at = said.find("http://");
   if (at == std::string::npos) throw std::runtime_error("the practice model did not start");
   environment["AMBITCAP_LOCAL_INFERENCE_ENDPOINT"] = said.substr(at);
 }
 
 void Household::start(const std::string& agent) {
-  const auto file = work_ / "logs" / (agent + ".log");
-  const FileHandle log(::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
   programs_[agent].end();
-  programs_[agent] = ChildProcess((bin_ / agent).string(), {}, environment,
-                                  {{.ours = log.fd(), .childs = STDOUT_FILENO}, {.ours = log.fd(), .childs = STDERR_FILENO}});
+  programs_[agent] = ChildProcess::logged((bin_ / agent).string(), {}, environment, work_ / "logs" / (agent + ".log"));
 }
 
 int Household::run(const std::string& command, const std::vector<std::string>& words, std::optional<int> output) const {

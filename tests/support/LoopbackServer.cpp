@@ -53,6 +53,10 @@ std::size_t contentLength(const std::string& head) {
 
 }  // namespace
 
+std::string LoopbackServer::answer(std::string_view body, int status) {
+  return fmt::format("HTTP/1.1 {} X\r\nContent-Length: {}\r\n\r\n{}", status, body.size(), body);
+}
+
 struct LoopbackServer::State {
   Handler handler;
   FileHandle listener, end{::eventfd(0, EFD_CLOEXEC)};

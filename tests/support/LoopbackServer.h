@@ -42,6 +42,8 @@ class LoopbackServer {
     ssl_st* tls_;
   };
   using Handler = std::function<void(const Request&, Connection&)>;
+  /// A whole answer with that body.
+  static std::string answer(std::string_view body, int status = 200);
 
   /// Without a socket path: TCP on a free port.
   explicit LoopbackServer(Handler handler, std::optional<std::filesystem::path> socketPath = {}, std::shared_ptr<ssl_ctx_st> tls = {});

@@ -12,7 +12,6 @@
 #include "AmbitudeCore/Backends/RequestConformance.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Net/HTTPTransportRouter.h"
-#include "CaptureShared/Net/TransportText.h"
 #include "tests/support/LoopbackServer.h"
 
 namespace halvo {
@@ -24,9 +23,7 @@ std::string recorded(const std::string& name) {
   return readFile(std::filesystem::path(HALVO_TEST_DATA) / "wire" / (name + ".response.http"));
 }
 
-std::string json(std::string_view body, int status = 200) {
-  return fmt::format("HTTP/1.1 {} X\r\nContent-Length: {}\r\n\r\n{}", status, body.size(), body);
-}
+const auto json = LoopbackServer::answer;
 
 /// A server that plays recordings for the chat and answers the side questions, and a backend that talks to it.
 struct Rig {
@@ -40,7 +37,7 @@ struct Rig {
   std::atomic<std::size_t> chatsServed{0}, propsServed{0};
   LoopbackServer server{[this](const auto& request, auto& connection) {
     if (request.path() == "/props") return connection.send(props.at(std::min(propsServed++, props.size() - 1)));
-    if (request.path() == "/apply-template") return connection.send(json(R"({"prompt":"p"})"));
+    if (request.path() == "/apply-template") return connection.send(json(R"({"prompt":"p"})", 200));
     if (request.path() == "/tokenize") return connection.send(tokenize ? tokenize(request) : json("{}", 500));
     const auto& answer = chats.at(std::min(chatsServed++, chats.size() - 1));
     if (answer == "hang") return connection.hang();
@@ -88,18 +85,14 @@ TEST(LocalModelBackend, plainRecordings) {
   } cases[] = {
       {"100_chat_plain", {.text = "I slowly try.", .usage = ChatUsage{.promptTokens = 41, .completionTokens = 5, .cachedPromptTokens = 0}}},
       {"103_chat_thinking_true",
-       {.text = "Maybe rest step can.\n\nMaybe can your well step your try, slowly rest can today small well a rest.",
-        .thinking = "asks",
-        .usage = ChatUsage{.promptTokens = 39, .completionTokens = 28, .cachedPromptTokens = 38}}},
+       {.text = "Maybe rest step can.\n\nMaybe can your well step your try, slowly rest can today small well a rest.", .thinking = "asks",
+       .usage = ChatUsage{.promptTokens = 39, .completionTokens = 28, .cachedPromptTokens = 38}}},
       {"104_chat_thinking_length_in_thought",
        {.thinking = "asks", .truncated = true, .usage = ChatUsage{.promptTokens = 39, .completionTokens = 4, .cachedPromptTokens = 38}}},
-      {"420_tools_auto_call",
-       {.toolCalls = {{.name = "add_note", .arguments = note}},
-        .usage = ChatUsage{.promptTokens = 272, .completionTokens = 12, .cachedPromptTokens = 0}}},
-      {"428_tools_call_cut_by_length",
-       {.toolCalls = {{.name = "add_note"}},
-        .truncated = true,
-        .usage = ChatUsage{.promptTokens = 272, .completionTokens = 6, .cachedPromptTokens = 271}}},
+      {"420_tools_auto_call", {.toolCalls = {{.name = "add_note", .arguments = note}},
+       .usage = ChatUsage{.promptTokens = 272, .completionTokens = 12, .cachedPromptTokens = 0}}},
+      {"428_tools_call_cut_by_length", {.toolCalls = {{.name = "add_note"}}, .truncated = true,
+       .usage = ChatUsage{.promptTokens = 272, .completionTokens = 6, .cachedPromptTokens = 271}}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -170,10 +163,10 @@ TEST(LocalModelBackend, failures) {
     int status;
     const char* text;
   } cases[] = {
-      {"not JSON", json("<html>"), false, Kind::invalidResponse, 0, "llama-server response was not a JSON object"},
-      {"a list", json("[1]"), false, Kind::invalidResponse, 0, "llama-server response was not a JSON object"},
-      {"an error with status 200", json(R"({"error":{"message":"no"}})"), false, Kind::invalidResponse, 0, "llama-server error: no"},
-      {"no choices", json(R"({"choices":[]})"), false, Kind::invalidResponse, 0, "llama-server response had no choices[0].message"},
+      {"not JSON", json("<html>", 200), false, Kind::invalidResponse, 0, "llama-server response was not a JSON object"},
+      {"a list", json("[1]", 200), false, Kind::invalidResponse, 0, "llama-server response was not a JSON object"},
+      {"an error with status 200", json(R"({"error":{"message":"no"}})", 200), false, Kind::invalidResponse, 0, "llama-server error: no"},
+      {"no choices", json(R"({"choices":[]})", 200), false, Kind::invalidResponse, 0, "llama-server response had no choices[0].message"},
       {"error inside a stream", recorded("431_tools_malformed_stream"), true, Kind::invalidResponse, 0,
        "llama-server error: The model produced output that does not match the expected peg-gemma4 format"},
       {"invalid JSON sent", recorded("620_invalid_json"), true, Kind::httpError, 500, "parse_error"},
@@ -259,7 +252,7 @@ TEST(LocalModelBackend, countsBeforeSendingWhenInDoubt) {
   rig.tokenize = [](const auto&) {
     std::string tokens = "1";
     for (int i = 1; i < 2000; ++i) tokens += ",1";
-    return json(R"({"tokens":[)" + tokens + "]}");
+    return json(R"({"tokens":[)" + tokens + "]}", 200);
   };
   const std::vector<ToolSpec> tools{{.name = "t", .parameters = JSONObject{{"type", "object"}, {"properties", JSONObject{}}}}};
   auto backend = rig.backend();
@@ -297,10 +290,7 @@ TEST(LocalModelBackend, theBody) {
       ChatMessage::toolResult("x", "4")};
   const std::vector<ToolSpec> tools{{.name = "x", .description = "d", .parameters = JSONObject{{"type", "object"}}}};
   const ChatOptions all{.maxTokens = 9,
-                        .think = false,
-                        .logprobs = true,
-                        .topLogprobs = 2,
-                        .seed = 5,
+                        .think = false, .logprobs = true, .topLogprobs = 2, .seed = 5,
                         .responseSchemaJSON = R"({"type":"object","properties":{"z":{},"a":{}}})"};
   const auto body = LocalInferenceWire::body({.model = "m", .messages = talk, .tools = tools, .options = all});
   // The schema keeps its key order: the model writes its keys in it.
@@ -334,9 +324,7 @@ TEST(LocalModelBackend, theBody) {
 TEST(LocalInferenceWire, smallCalls) {
   Rig rig{.chats = {recorded("630_image_without_mmproj"), recorded("500_json_schema_strict")}};
   const LocalInferenceWire::SmallCall call{.endpoint = LocalInferenceWire::chatCompletionsURL(rig.server.baseURL()),
-                                           .model = "m",
-                                           .messages = {LocalInferenceWire::imageMessage("see", "AAAA")},
-                                           .jsonReply = true};
+                                           .model = "m", .messages = {LocalInferenceWire::imageMessage("see", "AAAA")}, .jsonReply = true};
   EXPECT_THROW(LocalInferenceWire::ask(call, *rig.transport, {}), ModelBackendError);
   EXPECT_EQ(LocalInferenceWire::ask(call, *rig.transport, {}), "{\"mood\":\"bad\",\n\n \"note\":\"iB\",\"score\":5}");
   EXPECT_EQ(rig.bodies("/v1/chat/completions").at(1), *JSONValue::parse(R"({"model":"m","max_tokens":256,"stream":false,

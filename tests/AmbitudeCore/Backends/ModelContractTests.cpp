@@ -13,7 +13,6 @@
 #include "AmbitudeCore/Backends/RequestConformance.h"
 #include "AmbitudeCore/Backends/RequestDump.h"
 #include "AmbitudeCore/Backends/SessionDigest.h"
-#include "AmbitudeCore/Backends/StreamAccumulator.h"
 #include "AmbitudeCore/Backends/TurnUsageLog.h"
 #include "AmbitudeCore/Backends/TurnUsageRecordLog.h"
 #include "CaptureShared/Foundation/FileHandle.h"
@@ -134,22 +133,6 @@ TEST(ChatTypes, loggedCallsAndUsage) {
   EXPECT_EQ(disclosureLine(FallbackCause::unreachable, "local"), "answered by local — the usual model was unreachable");
 }
 
-TEST(StreamAccumulator, fragmentsOutOfOrder) {
-  StreamAccumulator stream;
-  for (const auto* payload :
-       {R"({"choices":[{"delta":{"tool_calls":[{"index":1,"function":{"name":"b","arguments":"{\"n\""}}]}}]})",
-        R"({"choices":[{"delta":{"tool_calls":[{"index":0,"function":{"name":"a","arguments":"{\"cut"}}]}}]})",
-        R"({"choices":[{"delta":{"tool_calls":[{"index":1,"function":{"arguments":":2}"}},{"index":2,"function":{"arguments":"{}"}}]}}]})",
-        R"({"choices":"odd","usage":3})", R"([1])"})
-    EXPECT_EQ(stream.feed(JSONValue::parse(payload).value()), std::nullopt);
-  EXPECT_EQ(stream.feed(JSONValue::parse(R"({"id":"g","choices":[{"delta":{"reasoning":"hm","content":null}}]})").value()),
-            (ModelStreamDelta{.thinking = "hm"}));
-  const auto whole = stream.response();
-  EXPECT_EQ(whole.toolCalls, (std::vector<ToolCall>{{.name = "a"}, {.name = "b", .arguments = JSONObject{{"n", 2}}}}));
-  EXPECT_EQ(whole.provenance, (ChatProvenance{.generationID = "g"}));
-  EXPECT_FALSE(stream.isFinished());
-}
-
 TEST(LocalContextFit, reserveOverflowAndTrim) {
   EXPECT_EQ(LocalContextFit::outputReserve(1024, 5000), 256);
   EXPECT_EQ(LocalContextFit::outputReserve(16384, 2000), 2000);
@@ -206,31 +189,20 @@ TEST(LocalInferenceEndpoint, resolve) {
   EXPECT_TRUE(LocalInferenceEndpoint::isUnixSocket(unixDefault));
   for (const auto* good : {"http://127.0.0.1:11477", "http://127.0.0.1/", "HTTP://127.0.0.1:1"})
     EXPECT_EQ(resolve(std::string(" ") + good), good);
-  const struct {
-    const char* value;
-    Kind want;
-  } bad[] = {{"127.0.0.1:80", Kind::malformed},
-             {"http://", Kind::malformed},
-             {"https://localhost/x", Kind::notIPv4Loopback},
-             {"http://LocalHost", Kind::notIPv4Loopback},
-             {"http://127.0.0.1@evil.example", Kind::notLoopback},
-             {"http://127.1", Kind::notLoopback},
-             {"http://[::1]:80", Kind::notLoopback},
-             {"http://127.0.0.1.evil.example", Kind::notLoopback},
-             {"https://127.0.0.1", Kind::unsupportedScheme},
-             {"http://127.0.0.1/v1", Kind::hasPath},
-             {"http://127.0.0.1?q", Kind::malformed},
-             {"http://127.0.0.1#f", Kind::malformed},
-             {"http://u:p@127.0.0.1", Kind::malformed},
-             {"http://127.0.0.1:0", Kind::malformed},
-             {"http://127.0.0.1:65536", Kind::malformed}};
-  for (const auto& c : bad) {
+  const std::pair<const char*, Kind> bad[] = {
+      {"127.0.0.1:80", Kind::malformed}, {"http://", Kind::malformed}, {"http://127.0.0.1?q", Kind::malformed},
+      {"http://127.0.0.1#f", Kind::malformed}, {"http://u:p@127.0.0.1", Kind::malformed}, {"http://127.0.0.1:0", Kind::malformed},
+      {"http://127.0.0.1:65536", Kind::malformed}, {"https://localhost/x", Kind::notIPv4Loopback},
+      {"http://LocalHost", Kind::notIPv4Loopback}, {"http://127.0.0.1@evil.example", Kind::notLoopback},
+      {"http://127.1", Kind::notLoopback}, {"http://[::1]:80", Kind::notLoopback}, {"http://127.0.0.1.evil.example", Kind::notLoopback},
+      {"https://127.0.0.1", Kind::unsupportedScheme}, {"http://127.0.0.1/v1", Kind::hasPath}};
+  for (const auto& [value, want] : bad) {
     try {
-      resolve(c.value);
-      ADD_FAILURE() << c.value;
+      resolve(value);
+      ADD_FAILURE() << value;
     } catch (const LocalInferenceEndpoint::ResolutionError& error) {
-      EXPECT_EQ(error.kind(), c.want) << c.value;
-      EXPECT_TRUE(std::string(error.what()).starts_with(std::string("AMBITCAP_LOCAL_INFERENCE_ENDPOINT=\"") + c.value + "\" "))
+      EXPECT_EQ(error.kind(), want) << value;
+      EXPECT_TRUE(std::string(error.what()).starts_with(std::string("AMBITCAP_LOCAL_INFERENCE_ENDPOINT=\"") + value + "\" "))
           << error.what();
     }
   }
@@ -248,11 +220,9 @@ TEST(LocalModelReplyHold, decide) {
     Decision want;
   } cases[] = {
       {"a remote primary never waits", {.modelFilesMissing = true}, Decision::run},
-      {"files missing, a message waits",
-       {.primaryIsLocal = true, .modelFilesMissing = true, .answersTypedMessage = true},
+      {"files missing, a message waits", {.primaryIsLocal = true, .modelFilesMissing = true, .answersTypedMessage = true},
        Decision::holdWithNotice},
-      {"told once",
-       {.primaryIsLocal = true, .modelFilesMissing = true, .answersTypedMessage = true, .wasHolding = true},
+      {"told once", {.primaryIsLocal = true, .modelFilesMissing = true, .answersTypedMessage = true, .wasHolding = true},
        Decision::holdQuietly},
       {"files missing, nobody waits", {.primaryIsLocal = true, .modelFilesMissing = true}, Decision::holdQuietly},
       {"the server serves", {.primaryIsLocal = true, .serverServing = true, .filesLandedAtMs = now, .asOfMs = now}, Decision::run},
@@ -353,9 +323,7 @@ TEST(NonThinking, onlyThinkChanges) {
 TEST(OllamaEmbeddingProvider, embed) {
   std::string answer;
   int status = 200;
-  LoopbackServer server([&](const auto&, auto& connection) {
-    connection.send("HTTP/1.1 " + std::to_string(status) + " X\r\nContent-Length: " + std::to_string(answer.size()) + "\r\n\r\n" + answer);
-  });
+  LoopbackServer server([&](const auto&, auto& connection) { connection.send(LoopbackServer::answer(answer, status)); });
   CurlTransport transport;
   const OllamaEmbeddingProvider provider({.endpoint = server.baseURL(), .model = "e", .keepAlive = "6m"}, transport);
   answer = R"({"embeddings":[[1,0.5],[2,-1]]})";

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <deque>
-
-#include "AmbitudeCore/Backends/ModelBackendError.h"
 #include "AmbitudeCore/Gate/CoachGate.h"
 #include "AmbitudeCore/Gate/CoachGateSchema.h"
 #include "AmbitudeCore/Gate/GateUnconstrainedFlag.h"
 #include "CaptureShared/Foundation/Clock.h"
+#include "tests/AmbitudeCore/Backends/Decorators/ScriptedBackend.h"
 
 namespace halvo {
 namespace {
@@ -52,31 +50,10 @@ TEST(GateUnconstrainedFlag, onUnlessSwitchedOff) {
     EXPECT_EQ(GateUnconstrainedFlag::isArmed({{"AMBITCAP_GATE_UNCONSTRAINED", text}}), want) << text;
 }
 
-/// Answers from a list, and remembers what it was asked.
-class ScriptedBackend : public ModelBackend {
- public:
-  using Answer = std::variant<ChatResponse, ModelBackendError, Cancelled>;
-  explicit ScriptedBackend(std::deque<Answer> answers) : answers_(std::move(answers)) {}
+using test::ScriptedBackend;
+using Script = std::vector<ScriptedBackend::Step>;
 
-  ChatResponse chat(const std::vector<ChatMessage>& messages, const std::vector<ToolSpec>& tools, const ChatOptions& options,
-                    const std::stop_token&) override {
-    EXPECT_EQ(messages, std::vector{ChatMessage::user("THE MESSAGE")});
-    EXPECT_TRUE(tools.empty());
-    asked.push_back(options);
-    if (answers_.empty()) throw std::logic_error("asked more often than expected");
-    const auto answer = answers_.front();
-    answers_.pop_front();
-    if (const auto* error = std::get_if<ModelBackendError>(&answer)) throw *error;
-    if (std::holds_alternative<Cancelled>(answer)) throw Cancelled();
-    return std::get<ChatResponse>(answer);
-  }
-  bool askedFreely(std::size_t call) const { return !asked.at(call).responseSchemaJSON; }
-
-  std::vector<ChatOptions> asked;
-
- private:
-  std::deque<Answer> answers_;
-};
+bool askedFreely(const ScriptedBackend& backend, std::size_t call) { return !backend.calls.at(call).responseSchemaJSON; }
 
 struct Told {
   std::vector<std::string> retries;
@@ -84,23 +61,30 @@ struct Told {
 };
 
 GateOutcome decide(ScriptedBackend& backend, Told& told, GateUnconstrainedBreaker* breaker = nullptr, bool unconstrained = true) {
-  return CoachGate::decide(backend, {.message = "THE MESSAGE",
-                                     .maxTokens = 77,
-                                     .sessionID = "session",
-                                     .unconstrained = unconstrained,
-                                     .breaker = breaker,
-                                     .onUsage = [&](const ChatResponse&) { ++told.usages; },
-                                     .onUnconstrainedRetry = [&](const std::string& line) { told.retries.push_back(line); },
-                                     .onBackendError = [&](const std::exception&) { ++told.errors; }});
+  const auto outcome = CoachGate::decide(
+      backend, {.message = "THE MESSAGE",
+                .maxTokens = 77,
+                .sessionID = "session",
+                .unconstrained = unconstrained,
+                .breaker = breaker,
+                .onUsage = [&](const ChatResponse&) { ++told.usages; },
+                .onUnconstrainedRetry = [&](const std::string& line) { told.retries.push_back(line); },
+                .onBackendError = [&](const std::exception&) { ++told.errors; }});
+  EXPECT_EQ(backend.messages, std::vector{ChatMessage::user("THE MESSAGE")});
+  EXPECT_TRUE(backend.tools.empty());
+  return outcome;
 }
 
-ChatResponse reply(std::string text, bool truncated = false) { return {.text = std::move(text), .truncated = truncated}; }
+ScriptedBackend::Step reply(std::string text, bool truncated = false) {
+  return {.response = {.text = std::move(text), .truncated = truncated}};
+}
 const auto refused = ModelBackendError::httpError(500, "key sk-abcdefghijkl is wrong");
+const auto fails = ScriptedBackend::fails(refused);
 
 TEST(CoachGate, decide) {
   const struct {
     const char* name;
-    std::deque<ScriptedBackend::Answer> answers;
+    Script answers;
     bool unconstrained;
     GateOutcome want;
     std::size_t calls;
@@ -108,43 +92,28 @@ TEST(CoachGate, decide) {
     int errors;
   } cases[] = {
       {"readable at once", {reply(mailReply)}, true, mail, 1, {}, 0},
-      {"unreadable, then under the schema",
-       {reply("hm\nno sk-abcdefghijkl"), reply(mailReply)},
-       true,
-       mail,
-       2,
-       {"no JSON object found (raw: hm no [redacted])"},
-       0},
-      {"cut off, though it could be read",
-       {reply(mailReply, true), reply("")},
-       true,
-       GateFailed{"empty response"},
-       2,
-       {"truncated response (raw: " + mailReply + ")"},
-       0},
+      {"unreadable, then under the schema", {reply("hm\nno sk-abcdefghijkl"), reply(mailReply)}, true, mail, 2,
+       {"no JSON object found (raw: hm no [redacted])"}, 0},
+      {"cut off, though it could be read", {reply(mailReply, true), reply("")}, true, GateFailed{"empty response"}, 2,
+       {"truncated response (raw: " + mailReply + ")"}, 0},
       {"both cut off", {reply("", true), reply("{}", true)}, true, GateFailed{"truncated response"}, 2, {"truncated response (raw: )"}, 0},
-      {"a backend that fails is not asked again", {refused}, true, GateFailed{"backend: " + describeError(refused)}, 1, {}, 1},
-      {"it fails under the schema",
-       {reply(""), refused},
-       true,
-       GateFailed{"backend: " + describeError(refused)},
-       2,
-       {"empty response (raw: )"},
-       1},
+      {"a backend that fails is not asked again", {fails}, true, GateFailed{"backend: " + describeError(refused)}, 1, {}, 1},
+      {"it fails under the schema", {reply(""), fails}, true, GateFailed{"backend: " + describeError(refused)}, 2,
+       {"empty response (raw: )"}, 1},
       {"schema only", {reply(mailReply)}, false, mail, 1, {}, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     ScriptedBackend backend(c.answers);
     Told told;
     EXPECT_EQ(decide(backend, told, nullptr, c.unconstrained), c.want);
-    ASSERT_EQ(backend.asked.size(), c.calls);
+    ASSERT_EQ(backend.calls.size(), c.calls);
     EXPECT_EQ(told.retries, c.retries);
     EXPECT_EQ(told.errors, c.errors);
     EXPECT_EQ(told.usages + told.errors, static_cast<int>(c.calls));
-    EXPECT_EQ(backend.askedFreely(0), c.unconstrained);
+    EXPECT_EQ(askedFreely(backend, 0), c.unconstrained);
     ChatOptions want{.maxTokens = 77, .think = true, .sessionID = "session", .turn = ChatTurn::background};
-    if (!backend.askedFreely(c.calls - 1)) want.responseSchemaJSON = CoachGateSchema::schemaJSON();
-    EXPECT_EQ(backend.asked.back(), want);
+    if (!askedFreely(backend, c.calls - 1)) want.responseSchemaJSON = CoachGateSchema::schemaJSON();
+    EXPECT_EQ(backend.calls.back(), want);
   }
   EXPECT_EQ(describeError(refused).find("sk-abc"), std::string::npos);
 }
@@ -155,7 +124,7 @@ TEST(CoachGate, longRepliesAreCutInTheLogAndCancellingIsNoOutcome) {
   ScriptedBackend backend({reply(std::string(290, 'x') + " sk-" + std::string(40, 'k') + " tail"), reply(mailReply)});
   decide(backend, told);
   EXPECT_EQ(told.retries.at(0), "no JSON object found (raw: " + std::string(290, 'x') + " [redacted…(306 chars))");
-  ScriptedBackend stopped({Cancelled()});
+  ScriptedBackend stopped({{.error = std::make_exception_ptr(Cancelled())}});
   EXPECT_THROW(decide(stopped, told), Cancelled);
 }
 
@@ -166,12 +135,12 @@ TEST(GateUnconstrainedBreaker, backsOffAndRecovers) {
   for (int failure = 0; failure < 5; ++failure) {
     ScriptedBackend backend({reply("?"), reply(mailReply)});
     decide(backend, told, &breaker);
-    ASSERT_EQ(backend.asked.size(), 2u);
+    ASSERT_EQ(backend.calls.size(), 2u);
     skips.push_back(breaker.counters().skipsRemaining);
     while (breaker.counters().skipsRemaining > 0) {
       ScriptedBackend constrained({reply(mailReply)});
       EXPECT_EQ(decide(constrained, told, &breaker), mail);
-      EXPECT_FALSE(constrained.askedFreely(0)) << "a success under the schema proves nothing about the other road";
+      EXPECT_FALSE(askedFreely(constrained, 0)) << "a success under the schema proves nothing about the other road";
     }
   }
   EXPECT_EQ(skips, (std::vector{1, 2, 4, 8, 8}));

@@ -37,10 +37,7 @@ TEST(CoachGateMessage, order) {
             rules + "\n\nTimeline:\n(nothing has happened yet)\nit is now 9:05.\n\n" + CoachGateQuestion::text());
   const std::vector events{event(at(9, 0), "task_cleared")};
   EXPECT_EQ(CoachGateMessage::build({.scene = {.events = events, .nowMs = at(9, 5), .calendar = calendar},
-                                     .lowEffort = true,
-                                     .standingNotes = "NOTES",
-                                     .userInstructions = "MINE",
-                                     .medsContext = "MEDS"}),
+                                     .lowEffort = true, .standingNotes = "NOTES", .userInstructions = "MINE", .medsContext = "MEDS"}),
             rules + "\n\n" + std::string(CoachGateRules::lowEffortNote) +
                 "\n\nMINE\n\nNOTES\n\nTimeline:\nat 9:00 they cleared their declared task\nit is now 9:05.\n\nMEDS\n\n" +
                 CoachGateQuestion::text());

@@ -71,19 +71,15 @@ TEST(CoachGateTimeline, declarations) {
       {"nothing", {}, ""},
       {"old and in force: dated", {declared(at(9, 15, 0, 1), "thesis")}, "at Mar 1, 9:15 they declared: \"thesis\", with no time limit"},
       {"old and cleared: gone, the clear too", {declared(at(9, 15, 0, 1), "thesis"), event(at(9, 16, 0, 1), "task_cleared")}, ""},
-      {"replaced inside the window: both, and no end of the first",
-       {declared(at(14, 0), "a", 30), declared(at(14, 30), "b")},
+      {"replaced inside the window: both, and no end of the first", {declared(at(14, 0), "a", 30), declared(at(14, 30), "b")},
        "at 14:00 they declared: \"a\", giving themselves 30 minutes — until 14:30\nat 14:30 they declared: \"b\", with no time limit"},
-      {"ran out before it was cleared",
-       {declared(at(14, 0), "a", 30), event(at(14, 31), "task_cleared")},
+      {"ran out before it was cleared", {declared(at(14, 0), "a", 30), event(at(14, 31), "task_cleared")},
        "at 14:00 they declared: \"a\", giving themselves 30 minutes — until 14:30\n"
        "at 14:30 the 30 minutes they gave themselves at 14:00 for \"a\" ran out\nat 14:31 they cleared their declared task"},
-      {"ran out inside the window, declared before it",
-       {declared(at(13, 0, 0, 3), "a", 24 * 60)},
+      {"ran out inside the window, declared before it", {declared(at(13, 0, 0, 3), "a", 24 * 60)},
        "at Mar 3, 13:00 they declared: \"a\", giving themselves 1440 minutes — until 13:00\n"
        "at 13:00 the 1440 minutes they gave themselves at 13:00 for \"a\" ran out"},
-      {"an end in their own words",
-       {event(at(14, 0), "task_declared", {{"task", "walk"}, {"until", "lunch\ntime"}})},
+      {"an end in their own words", {event(at(14, 0), "task_declared", {{"task", "walk"}, {"until", "lunch\ntime"}})},
        "at 14:00 they declared: \"walk\", until lunch time"},
       {"later than now", {declared(at(16, 0), "a")}, ""}};
   for (const auto& c : cases) {
@@ -101,18 +97,15 @@ TEST(CoachGateTimeline, chat) {
   } cases[] = {
       {"a long message is cut", {said(at(14, 0), "user", long241)}, "at 14:00 they said: \"" + std::string(240, 'x') + "…\""},
       {"240 characters are not", {said(at(14, 0), "user", long241.substr(1))}, "at 14:00 they said: \"" + std::string(240, 'x') + "\""},
-      {"two of the coach's in a row: both asked, neither answered",
-       {said(at(14, 0), "coach", "a"), said(at(14, 1), "coach", "b")},
+      {"two of the coach's in a row: both asked, neither answered", {said(at(14, 0), "coach", "a"), said(at(14, 1), "coach", "b")},
        "the coach checked in at 14:00 because no classifier context was available; they haven't replied\n"
        "the coach checked in at 14:01 because no classifier context was available; they haven't replied"},
       {"an answer by its place, a check-in by its event",
        {said(at(14, 0), "user", "hi"), said(at(14, 1), "coach", "a"), said(at(14, 2), "user", "ok"), checkin(at(14, 3)),
-        said(at(14, 3), "coach", "b")},
-       "at 14:00 they said: \"hi\"\nat 14:01 the coach answered them; they then said: \"ok\"\n"
+       said(at(14, 3), "coach", "b")}, "at 14:00 they said: \"hi\"\nat 14:01 the coach answered them; they then said: \"ok\"\n"
        "the coach checked in at 14:03 because no classifier context was available; they haven't replied"},
       {"empty texts and unknown roles are not there",
-       {said(at(14, 0), "user", ""), said(at(14, 1), "system", "x"), event(at(14, 2), "app_chat_message")},
-       ""},
+       {said(at(14, 0), "user", ""), said(at(14, 1), "system", "x"), event(at(14, 2), "app_chat_message")}, ""},
       {"a turn marker that they pasted", {said(at(14, 0), "user", "see <|turn>")}, "at 14:00 they said: \"see < |turn>\""}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -144,16 +137,13 @@ TEST(CoachGateTimeline, statesAndObservation) {
        {tick(at(14, 0), "ON_TASK"), tick(at(14, 5), "ABSTAINED"), tick(at(14, 9), "ON_TASK"), tick(at(14, 10), "IDLE", "")},
        moved + " — that held 10 minutes (2 samples)\nat 14:10 the classifier moved to IDLE\n"
                "the classifier's latest observation is from 14:10: IDLE"},
-      {"our own window for a while",
-       {tick(at(14, 0), "ON_TASK"), tick(at(14, 5), "ABSTAINED"), tick(at(14, 9), "ON_TASK", "HALVO")},
+      {"our own window for a while", {tick(at(14, 0), "ON_TASK"), tick(at(14, 5), "ABSTAINED"), tick(at(14, 9), "ON_TASK", "HALVO")},
        moved + "\nthe classifier has no observation as of 14:09" + blind + " (since 14:05, 4 minutes)"},
       {"our own window for one sample", {tick(at(14, 0), "ON_TASK", "Lark")}, "the classifier has no observation as of 14:00" + blind},
       {"no state, no line", {ClassifierTick{.at = calendar.isoMillis(at(14, 0)), .frontmostApp = "firefox"}}, ""},
-      {"a title with a number that is someone's",
-       {withTitle("Invoice no. 4412")},
+      {"a title with a number that is someone's", {withTitle("Invoice no. 4412")},
        moved + "\n" + seen + " (window title \"[title withheld: contained an identifier]\")"},
-      {"a bank's title",
-       {withTitle("Wells Fargo - Balance")},
+      {"a bank's title", {withTitle("Wells Fargo - Balance")},
        moved + "\n" + seen + " (window title \"[banking or other financial site]\")"},
       {"a blank title", {withTitle("  ")}, moved + "\n" + seen},
       {"an app that names itself a line of theirs",

@@ -1,28 +1,20 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "AmbitudeCore/Gate/GateDecisionLog.h"
 #include "AmbitudeCore/Gate/GateDecisionLogFlag.h"
 #include "AmbitudeCore/Gate/GateFeedbackLadder.h"
 #include "AmbitudeCore/Gate/GateGapAnalysis.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "tests/AmbitudeCore/Gate/GateScene.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace halvo {
 namespace {
 using namespace GateScene;
 
-class GateDecisionLogTest : public testing::Test {
- protected:
-  std::filesystem::path root = [] {
-    std::string name = std::filesystem::temp_directory_path() / "halvo-gate-XXXXXX";
-    return std::filesystem::path(mkdtemp(name.data()));
-  }();
-  const std::filesystem::path url = GateDecisionLog::defaultURL(root);
-  ~GateDecisionLogTest() override { std::filesystem::remove_all(root); }
+struct GateDecisionLogTest : testing::Test {
+  const test::TemporaryFolder folder;
+  const std::filesystem::path url = GateDecisionLog::defaultURL(folder.path());
 };
 
 const std::vector<EventLogEvent> essay{event(at(14, 0), "task_declared", {{"notes", "essay"}, {"horizon_minutes", 30}})};
@@ -34,18 +26,10 @@ TEST_F(GateDecisionLogTest, recordTellsWhatWasKnown) {
   ticks[2].frontmostWindowTitle = "Essay";
   const auto record = GateDecisionLog::record(GateDecided{{"they write", true}}, essay, ticks, at(15, 0));
   const GateDecisionRecord want{.atMs = at(15, 0),
-                                .decision = "check_in",
-                                .summaryForCoach = "they write",
-                                .classifierState = "ON_TASK",
-                                .classifierReason = "why",
-                                .frontmostApp = "Writer",
-                                .frontmostWindowTitle = "Essay",
-                                .stateDurationMs = 600'000,
-                                .classifierTickAtMs = at(14, 20),
-                                .classifierScreenshotAtMs = at(14, 19, 50),
-                                .commitmentNotes = "essay",
-                                .commitmentDeclaredAtMs = at(14, 0),
-                                .commitmentHorizonMinutes = 30,
+                                .decision = "check_in", .summaryForCoach = "they write", .classifierState = "ON_TASK",
+                                .classifierReason = "why", .frontmostApp = "Writer", .frontmostWindowTitle = "Essay",
+                                .stateDurationMs = 600'000, .classifierTickAtMs = at(14, 20), .classifierScreenshotAtMs = at(14, 19, 50),
+                                .commitmentNotes = "essay", .commitmentDeclaredAtMs = at(14, 0), .commitmentHorizonMinutes = 30,
                                 .commitmentOverdueMs = 1'800'000};
   EXPECT_EQ(record, want);
   EXPECT_TRUE(record.isLabelable());
@@ -97,9 +81,7 @@ TEST(GateGapAnalysis, gapsAndHoles) {
     Gaps gaps, holes;
   } cases[] = {{"no records", {}, {}, {{500, 1000, true}}},
                {"one old record", {100}, {{100, 1000, true}}, {{500, 1000, true}}},
-               {"exactly the threshold, out of order",
-                {950, 600, 700},
-                {{600, 700, false}, {700, 950, false}},
+               {"exactly the threshold, out of order", {950, 600, 700}, {{600, 700, false}, {700, 950, false}},
                 {{500, 600, false}, {600, 700, false}, {700, 950, false}}},
                {"just under it", {599, 698, 797, 896, 995}, {}, {}}};
   for (const auto& c : cases) {

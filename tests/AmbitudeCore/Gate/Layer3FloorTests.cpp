@@ -3,14 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "AmbitudeCore/Gate/CallHoldControl.h"
 #include "AmbitudeCore/Gate/Layer3Floor.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "tests/AmbitudeCore/Gate/GateScene.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace halvo {
 namespace {
@@ -18,13 +15,10 @@ using GateScene::event;
 
 class Layer3FloorTest : public testing::Test {
  protected:
-  std::filesystem::path root = [] {
-    std::string name = std::filesystem::temp_directory_path() / "halvo-floor-XXXXXX";
-    return std::filesystem::path(mkdtemp(name.data()));
-  }();
+  const test::TemporaryFolder folder;
+  std::filesystem::path root = folder.path();
   const std::filesystem::path file = Layer3Floor::path(root);
   std::vector<std::string> lines;
-  ~Layer3FloorTest() override { std::filesystem::remove_all(root); }
 
   void put(std::string_view text) {
     std::filesystem::create_directories(file.parent_path());
@@ -77,7 +71,6 @@ TEST_F(Layer3FloorTest, aFloorThatCannotBeKeptStillServesThisRun) {
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_TRUE(lines[0].starts_with("layer3: could not persist floor at " + Layer3Floor::path(root).string() + ": ")) << lines[0];
   EXPECT_FALSE(std::filesystem::exists(root)) << "a root that is missing may be a volume that is not mounted";
-  root = root.parent_path();
 }
 
 TEST_F(Layer3FloorTest, foldersWithoutPermission) {

@@ -92,8 +92,7 @@ TEST(Layer3Trigger, calls) {
          {"ended by their own override", ConsultGate{}, {ended(55, "overridden")}},
          {"overridden for this call, nothing seen since", HoldAfterCall{at(14, 58), 0},
           {began(30)}, {shotLate}, {.override_ = CallHoldControl::Override{at(14, 30), at(14, 58)}}},
-         {"overridden for this call, two frames since", ConsultGate{},
-          {began(30)},
+         {"overridden for this call, two frames since", ConsultGate{}, {began(30)},
           {tick(at(14, 58, 30), "ON_TASK"), tick(at(14, 59), "ON_TASK")}, {.override_ = CallHoldControl::Override{at(14, 30), at(14, 58)}}},
          {"overridden for another call", HoldForCall{at(14, 30)},
           {began(30)}, {}, {.override_ = CallHoldControl::Override{at(13, 30), at(13, 31)}}}});

@@ -2,9 +2,7 @@
 
 #include <thread>
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "CaptureShared/EventLog/EventLogReader.h"
@@ -32,15 +30,14 @@ std::string outcome(std::string_view row, const fs::path& file) {
 
 TEST(JSONLAppend, startsALineOfItsOwnWhateverTheFileEndsIn) {
   const test::TemporaryFolder folder;
-  const struct { const char* before; const char* after; } cases[] = {{"", "{\"n\":1}\n"},
-               {"{\"n\":0}\n", "{\"n\":0}\n{\"n\":1}\n"},
-               {"{\"n\":0}\n{\"stu", "{\"n\":0}\n{\"stu\n{\"n\":1}\n"},
-               {"x", "x\n{\"n\":1}\n"}};
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
-    const auto log = std::to_string(i);
-    folder.write(log, cases[i].before);
-    JSONLAppend::append(R"({"n":1})", folder.path() / log);
-    EXPECT_EQ(readFile(folder.path() / log), cases[i].after);
+  const std::pair<const char*, const char*> cases[] = {{"", "{\"n\":1}\n"},
+                                                       {"{\"n\":0}\n", "{\"n\":0}\n{\"n\":1}\n"},
+                                                       {"{\"n\":0}\n{\"stu", "{\"n\":0}\n{\"stu\n{\"n\":1}\n"},
+                                                       {"x", "x\n{\"n\":1}\n"}};
+  for (const auto& [before, after] : cases) {
+    folder.write("log", before);
+    JSONLAppend::append(R"({"n":1})", folder.path() / "log");
+    EXPECT_EQ(readFile(folder.path() / "log"), after);
   }
   JSONLAppend::append("{}", folder.path() / "new");
   EXPECT_EQ(fs::status(folder.path() / "new").permissions(), fs::perms::owner_read | fs::perms::owner_write);

@@ -33,25 +33,21 @@ class FollowedFile {
   void add(const std::string& text) const { std::ofstream(file(), std::ios::binary | std::ios::app) << text; }
   fs::path file() const { return folder_.path() / "log"; }
   auto& reader() { return reader_; }
-  std::function<void(std::string_view)> onLine;
+  std::function<void(std::string_view)> onLine = [](std::string_view) {};
 
  private:
   static std::string shown(const IncrementalReadResult<std::int64_t>& result) {
-    auto text = match(
-        result, [](const Reset<std::int64_t>&) { return std::string("reset"); },
-        [](const Appended<std::int64_t>&) { return std::string("appended"); });
-    for (const auto number : match(
-             result, [](const Reset<std::int64_t>& all) { return all.rows; }, [](const Appended<std::int64_t>& more) { return more.rows; }))
-      text += fmt::format(" {}", number);
-    return text;
+    const auto line = [](std::string text, const Numbers& rows) {
+      for (const auto number : rows) text += fmt::format(" {}", number);
+      return text;
+    };
+    return match(
+        result, [&](const Reset<std::int64_t>& all) { return line("reset", all.rows); },
+        [&](const Appended<std::int64_t>& more) { return line("appended", more.rows); });
   }
   test::TemporaryFolder folder_;
   IncrementalJSONLReader<std::int64_t> reader_{file(),
-                                               [this](std::string_view line) {
-                                                 if (onLine) onLine(line);
-                                                 return decodeNumber(line);
-                                               },
-                                               200};
+                                               [this](std::string_view line) { return onLine(line), decodeNumber(line); }, 200};
 };
 
 TEST(LogTail, beginsBeforeTheFirstRowThatCounts) {

@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include "CaptureShared/EventLog/ClassifierLogTail.h"
-#include "CaptureShared/EventLog/EventLogReader.h"
 #include "CaptureShared/EventLog/RetainedCoachEvents.h"
 #include "CaptureShared/EventLog/RetainedDriverLog.h"
 #include "CaptureShared/Foundation/Calendar.h"

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <thread>
 
 #include "CaptureShared/Foundation/Clock.h"
@@ -77,9 +76,7 @@ TEST_F(ContainerBridge, makesACopyThatPlays) {
   EXPECT_EQ(frames(bridge().playableURL(sealed_, 3)), "h264,4\n");
   EXPECT_EQ(bridge().playableURL("/nowhere/x.MOV", 3), "/nowhere/x.MOV");
   EXPECT_FALSE(bridge().needsRemux("/nowhere/x.MOV", 3));
-}
-
-TEST_F(ContainerBridge, playsWhatThereIsOfACutRecording) {
+  // Of a cut recording it plays what there is.
   test::seal(sealed_, {matroska.substr(0, matroska.size() - 200), matroska.substr(matroska.size() - 200)}, 2);
   fs::resize_file(sealed_, fs::file_size(sealed_) - 10);
   EXPECT_TRUE(frames(bridge().playableURL(sealed_, 0)).starts_with("h264,"));
@@ -105,17 +102,6 @@ TEST_F(ContainerBridge, saysWhatWentWrongAndLeavesNothing) {
   expectFailure(sealed_, "Couldn't decrypt: Broken pipe");
   environment_["AMBITCAP_FFMPEG"] = "/nowhere/ffmpeg";
   expectFailure(sealed_, "ffmpeg not found — install it or set AMBITCAP_FFMPEG");
-}
-
-TEST_F(ContainerBridge, isDoneTwiceAtOnce) {
-  std::array<fs::path, 2> copies;
-  {
-    std::vector<std::jthread> both;
-    for (auto& copy : copies) both.emplace_back([&] { copy = bridge().playableURL(sealed_, 0); });
-  }
-  EXPECT_EQ(copies[0], copies[1]);
-  EXPECT_EQ(frames(copies[0]), "h264,4\n");
-  EXPECT_EQ(cached(), 1);
 }
 
 TEST_F(ContainerBridge, stopsWhenAskedTo) {

@@ -4,13 +4,11 @@
 #include <xcb/randr.h>
 #include <xcb/xcbext.h>
 
-#include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/WallHour.h"
 #include "Platform/Linux/LinuxDesktop.h"
 #include "Platform/Linux/XConnection.h"
 #include "Platform/Linux/XScreenCapture.h"
-#include "agents/Capturer/CapturerLoop.h"
-#include "tests/agents/Capturer/Footage.h"
+#include "tests/agents/Capturer/CapturerScene.h"
 #include "tests/support/TestWindow.h"
 #include "tests/support/XServer.h"
 
@@ -19,21 +17,8 @@ namespace {
 
 using test::Footage;
 
-class CapturerDisplayTest : public testing::Test {
+class CapturerDisplayTest : public testing::Test, protected test::CapturerScene {
  protected:
-  CapturerLoop::Ports ports() {
-    std::filesystem::create_directories(folder.path() / "video");
-    return {.probes = desktop,
-            .screen = screen,
-            .clock = {.nowMs = [this] { return nowMs; }, .wait = [](double, const std::stop_token&) {}},
-            .root = folder.path(),
-            .key = Footage::key(),
-            .ffmpeg = "/usr/bin/ffmpeg",
-            .denylist = Denylist::fromEnvironment({})};
-  }
-  void turns(CapturerLoop& loop, int count) {
-    for (int i = 0; i < count; ++i, nowMs += 500) loop.turn({});
-  }
   /// Paints a part of the desktop, from `x` on, in one shade of grey.
   void paint(std::uint32_t shade, std::int16_t x = 0) const {
     XConnection connection(server.display());
@@ -45,13 +30,11 @@ class CapturerDisplayTest : public testing::Test {
   }
 
   test::XServer server{{.width = 640, .height = 240}};
-  std::int64_t nowMs = Clock::system().nowMs();
   LinuxDesktop desktop{{.display = server.display(),
                         .sessionBusAddress = "unix:path=/nonexistent",
                         .systemBusAddress = "unix:path=/nonexistent",
                         .nowMs = [this] { return nowMs; }}};
   XScreenCapture screen{server.display()};
-  test::TemporaryFolder folder;
 };
 
 TEST_F(CapturerDisplayTest, theHourChangesBetweenTwoFramesAndNoneIsLost) {
@@ -60,7 +43,7 @@ TEST_F(CapturerDisplayTest, theHourChangesBetweenTwoFramesAndNoneIsLost) {
   const Footage footage(folder.path(), Footage::key(), {.birthsLaterMs = nowMs - realMs});
   const auto firstHour = WallHour::prefix(nowMs, Calendar::utc()), secondHour = WallHour::prefix(nowMs + 2'000, Calendar::utc());
   const auto startMs = nowMs;
-  CapturerLoop loop(ports());
+  CapturerLoop loop(ports(desktop, screen, folder.path()));
   for (std::uint32_t i = 0; i < 8; ++i) {
     paint(40 + i * 25);
     turns(loop, 1);
@@ -106,7 +89,7 @@ void setMonitor(const std::string& display, const std::string& name, std::option
 TEST_F(CapturerDisplayTest, eachDisplayHasItsOwnRecordingAndOneGoesOnWithoutTheOther) {
   paint(60), paint(200, 320);
   setMonitor(server.display(), "left", 0), setMonitor(server.display(), "right", 320);
-  CapturerLoop loop(ports());
+  CapturerLoop loop(ports(desktop, screen, folder.path()));
   turns(loop, 3);
   setMonitor(server.display(), "right", std::nullopt);
   turns(loop, 3);
@@ -127,7 +110,7 @@ TEST_F(CapturerDisplayTest, eachDisplayHasItsOwnRecordingAndOneGoesOnWithoutTheO
 TEST_F(CapturerDisplayTest, aDeniedWindowIsNeverSeenWhereverItIsAndWhateverCoversIt) {
   paint(110);
   const test::TestWindow denied(server.display(), {.className = "KeePassXC", .x = 60, .y = 90, .width = 120, .height = 80, .color = 0x00FF00});
-  CapturerLoop loop(ports());
+  CapturerLoop loop(ports(desktop, screen, folder.path()));
   turns(loop, 1);
   const test::TestWindow cover(server.display(), {.className = "gedit", .x = 120, .y = 110, .width = 120, .height = 80, .color = 0x404040});
   turns(loop, 1);

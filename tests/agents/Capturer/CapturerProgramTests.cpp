@@ -6,21 +6,15 @@
 #include <fstream>
 #include <random>
 
-#include <fcntl.h>
-
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "CaptureShared/Foundation/Calendar.h"
-#include "CaptureShared/Foundation/Clock.h"
 #include "CaptureShared/Foundation/FileHandle.h"
 #include "CaptureShared/Recording/Supervision/CapturerExit.h"
-#include "CaptureShared/Recording/VideoArchiveKeyStore.h"
-#include "Platform/Linux/LinuxArchiveKeyBackend.h"
 #include "Platform/Linux/TesseractRecognizer.h"
-#include "tests/agents/Capturer/Footage.h"
+#include "tests/agents/Capturer/CapturerScene.h"
 #include "tests/agents/Capturer/Processes.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TestWindow.h"
 #include "tests/support/XServer.h"
@@ -34,30 +28,11 @@ using test::eventually;
 using test::Footage;
 using test::isRunning;
 
-const fs::path program = fs::path(HALVO_BIN) / "Capturer";
-
-class CapturerProgramTest : public testing::Test {
+class CapturerProgramTest : public testing::Test, protected test::CapturerHome {
  protected:
-  CapturerProgramTest() {
-    for (const auto* name : {"data", "home", "tmp"}) fs::create_directory(folder.path() / name), fs::permissions(folder.path() / name, fs::perms::owner_all);
-  }
-  Environment environment(const std::string& display) const {
-    return {{"HOME", (folder.path() / "home").string()}, {"PATH", "/usr/bin:/bin"}, {"DISPLAY", display}, {"TZ", "America/New_York"},
-            {"TMPDIR", (folder.path() / "tmp").string()}, {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
-            {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"}, {"AMBITCAP_DATA_ROOT", root.string()}};
-  }
-  SymmetricKey makeKey() {
-    auto secrets = LinuxArchiveKeyBackend::forAccount(environment(""));
-    const std::vector<fs::path> readers{fs::canonical(program), fs::canonical(fs::path(HALVO_BIN) / "halvo")};
-    return VideoArchiveKeyStore(secrets).loadOrRotate({.trustedApplicationPaths = readers, .includeSelf = true, .nowMs = 1}).key;
-  }
   test::ChildProcess start(const Environment& world) const {
-    const FileHandle log(::open((folder.path() / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
-    return {program.string(), {}, world, {{.ours = log.fd(), .childs = 1}, {.ours = log.fd(), .childs = 2}}};
+    return test::ChildProcess::logged(HALVO_BIN "/Capturer", {}, world, folder.path() / "log");
   }
-
-  test::TemporaryFolder folder;
-  fs::path root = folder.path() / "data";
 };
 
 TEST_F(CapturerProgramTest, saysWhyItCannotStart) {
@@ -126,32 +101,21 @@ TEST_F(CapturerProgramTest, killedAtRandomEveryRowStillFindsItsFrame) {
   std::printf("%d kills, %zu rows, %d of %d read\n", kills, rows.size(), read, looked);
 }
 
-TEST_F(CapturerProgramTest, endsInASecondWithItsFileClosedAndNoEncoderLeft) {
-  const test::XServer x({.width = 640, .height = 360});
-  const auto key = makeKey();
-  auto capturer = start(environment(x.display()));
-  ASSERT_TRUE(eventually([&] { return fs::exists(root / "video/display-0/frame_timestamps.csv") && Footage(root, key).rows().size() >= 2; }, 20));
-  const auto encoder = childrenOf(capturer.pid(), "ffmpeg").at(0);
-  const auto before = Clock::system().nowMs();
-  capturer.signal(SIGTERM);
-  EXPECT_EQ(capturer.wait(5), 0);
-  EXPECT_LT(Clock::system().nowMs() - before, 1'000);
-  EXPECT_FALSE(isRunning(encoder));
-  const Footage footage(root, key);
-  EXPECT_EQ(footage.frames(), footage.rows().back().frameIndexInSession.value() + 1) << "the last frame has its row";
-}
-
-TEST_F(CapturerProgramTest, aMomentIsFoundAsAPictureAndAsAFileThatPlays) {
+TEST_F(CapturerProgramTest, endsInASecondAndAMomentIsFoundAsAPictureAndAsAFileThatPlays) {
   const test::XServer x({.width = 640, .height = 360});
   const test::TestWindow window(x.display(), {.title = "clock", .className = "Clock", .x = 40, .y = 60, .width = 560, .height = 240,
                                               .isOverrideRedirect = true, .text = "1023", .textScale = 4});
   const auto key = makeKey();
   const auto world = environment(x.display());
   auto capturer = start(world);
-  ASSERT_TRUE(eventually([&] { return fs::exists(root / "video/display-0/frame_timestamps.csv") && Footage(root, key).rows().size() >= 4; }, 20));
+  const Footage footage(root, key);
+  ASSERT_TRUE(eventually([&] { return hasRecorded(footage, 4); }, 20));
+  const auto encoder = childrenOf(capturer.pid(), "ffmpeg").at(0);
   capturer.signal(SIGTERM);
-  EXPECT_EQ(capturer.wait(5), 0);
-  const auto at = Calendar::named("America/New_York").fields(Footage(root, key).rows()[2].realTsMs);
+  EXPECT_EQ(capturer.wait(1), 0);
+  EXPECT_FALSE(isRunning(encoder));
+  EXPECT_EQ(footage.frames(), footage.rows().back().frameIndexInSession.value() + 1) << "the last frame has its row";
+  const auto at = Calendar::named("America/New_York").fields(footage.rows()[2].realTsMs);
   const auto moment = fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", at.year, at.month, at.day, at.hour, at.minute, at.second);
   const auto halvo = [&](std::vector<std::string> words) {
     return test::ChildProcess(std::string(HALVO_BIN) + "/halvo", words, world).wait(30);
@@ -164,7 +128,7 @@ TEST_F(CapturerProgramTest, aMomentIsFoundAsAPictureAndAsAFileThatPlays) {
   EXPECT_TRUE(text && text->text.find("1023") != std::string::npos) << (text ? text->text : "nothing");
   ASSERT_EQ(halvo({"play", moment, "-o", film}), 0);
   EXPECT_EQ(test::ChildProcess("/usr/bin/ffprobe", {"-v", "error", film.string()}, world).wait(20), 0);
-  const auto sealed = Footage(root, key).files().at(0);
+  const auto sealed = footage.files().at(0);
   const auto middle = static_cast<std::streamoff>(fs::file_size(sealed) / 2);
   std::fstream file(sealed, std::ios::in | std::ios::out | std::ios::binary);
   const char turned = static_cast<char>(file.seekg(middle).get() ^ 1);

@@ -1,18 +1,13 @@
 // The loop on a desktop driven by hand, with a real ffmpeg and real files.
 
-#include <fstream>
-
 #include <gtest/gtest.h>
 
-#include "CaptureShared/Recording/Location/FrameLocator.h"
 #include "CaptureShared/Recording/Supervision/CapturerExit.h"
-#include "CaptureShared/Recording/VideoStreamDecryptor.h"
 #include "Platform/Testing/FakePlatform.h"
 #include "agents/Capturer/CaptureEnd.h"
-#include "agents/Capturer/CapturerLoop.h"
 #include "agents/Capturer/FramePlacement.h"
 #include "agents/Capturer/MatroskaPieces.h"
-#include "tests/agents/Capturer/Footage.h"
+#include "tests/agents/Capturer/CapturerScene.h"
 #include "tests/support/SmallDisk.h"
 
 namespace halvo {
@@ -56,32 +51,21 @@ TEST(MatroskaPieces, cutsAtElementsHoweverTheBytesCome) {
   EXPECT_THROW(cutter.next(), std::runtime_error);
 }
 
-class CapturerLoopTest : public testing::Test {
+class CapturerLoopTest : public testing::Test, protected test::CapturerScene {
  protected:
   CapturerLoopTest() {
     probes.now.windows.emplace();
     screen.monitors = {{.number = 0, .name = "one", .bounds = {.width = 321, .height = 240}, .isPrimary = true}};
   }
   CapturerLoop::Ports ports(const fs::path& root) {
-    fs::create_directories(root / "video");
-    return {.probes = probes,
-            .screen = screen,
-            .clock = {.nowMs = [this] { return nowMs; }, .wait = [](double, const std::stop_token&) {}},
-            .root = root,
-            .key = Footage::key(),
-            .ffmpeg = "/usr/bin/ffmpeg",
-            .denylist = Denylist::fromEnvironment({}),
-            .filterFault = [this](bool isUnreliable) { faults.push_back(isUnreliable); }};
-  }
-  void turns(CapturerLoop& loop, int count) {
-    for (int i = 0; i < count; ++i, nowMs += 500) loop.turn({});
+    auto made = CapturerScene::ports(probes, screen, root);
+    made.filterFault = [this](bool isUnreliable) { faults.push_back(isUnreliable); };
+    return made;
   }
 
   FakeDesktopProbes probes;
   FakeScreenCapture screen;
-  std::int64_t nowMs = Clock::system().nowMs();
   std::vector<bool> faults;
-  test::TemporaryFolder folder;
 };
 
 TEST_F(CapturerLoopTest, everyInterruptionIsAGapAndANewSession) {

@@ -24,6 +24,4 @@ inline std::vector<pid_t> childrenOf(pid_t pid, const std::string& program) {
   return found;
 }
 
-inline bool isRunning(pid_t pid) { return std::filesystem::exists("/proc/" + std::to_string(pid)); }
-
 }  // namespace halvo::test

@@ -5,11 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "CaptureShared/Recording/Supervision/CaptureFaultStore.h"
-#include "CaptureShared/Recording/VideoArchiveKeyStore.h"
-#include "Platform/Linux/LinuxArchiveKeyBackend.h"
-#include "tests/agents/Capturer/Footage.h"
+#include "tests/agents/Capturer/CapturerScene.h"
 #include "tests/agents/Capturer/Processes.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/XServer.h"
 
@@ -23,16 +20,12 @@ using test::Footage;
 using test::isRunning;
 
 TEST(RecordingSwitch, isObeyedToTheLastByte) {
-  const test::TemporaryFolder folder;
-  for (const auto* name : {"data", "home", "tmp"}) fs::create_directory(folder.path() / name), fs::permissions(folder.path() / name, fs::perms::owner_all);
-  const auto root = folder.path() / "data";
+  const test::CapturerHome home;
+  const auto& root = home.root;
   const test::XServer x({.width = 1600, .height = 900});
-  const Environment world{{"HOME", folder.path() / "home"}, {"PATH", "/usr/bin:/bin"}, {"DISPLAY", x.display()}, {"TMPDIR", folder.path() / "tmp"},
-                          {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}, {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"},
-                          {"AMBITCAP_DATA_ROOT", root}};
+  const auto world = home.environment(x.display());
   const fs::path bin(HALVO_BIN);
-  auto secrets = LinuxArchiveKeyBackend::forAccount(world);
-  const Footage footage(root, VideoArchiveKeyStore(secrets).loadOrRotate({.trustedApplicationPaths = {{fs::canonical(bin / "Capturer")}}, .nowMs = 1}).key);
+  const Footage footage(root, home.makeKey());
   const auto says = [&](std::vector<std::string> words) {
     words.insert(words.begin(), "recording");
     EXPECT_EQ(test::ChildProcess(bin / "halvo", words, world).wait(20), 0) << words.back();
@@ -44,7 +37,7 @@ TEST(RecordingSwitch, isObeyedToTheLastByte) {
   };
   /// Waits for two frames in a further file; which row the last of them has.
   const auto record = [&](std::size_t files) {
-    EXPECT_TRUE(eventually([&] { return fs::exists(root / "video/display-0/frame_timestamps.csv") && footage.files().size() == files; }, 25));
+    EXPECT_TRUE(eventually([&] { return home.hasRecorded(footage, 0) && footage.files().size() == files; }, 25));
     const auto before = footage.rows().size();
     EXPECT_TRUE(eventually([&] { return footage.rows().size() >= before + 2; }, 25));
     return footage.rows().size() - 1;

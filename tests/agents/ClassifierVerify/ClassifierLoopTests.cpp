@@ -241,16 +241,6 @@ TEST_F(ClassifierLoopTest, judgesNothingFromOldSignals) {
   EXPECT_EQ(logged("signals stale since"), 1) << "and the sampler is not accused";
 }
 
-TEST_F(ClassifierLoopTest, anExcludedAppInFrontIsJudgedByItsNameAlone) {
-  inFront("KeePassXC", "Mail account - KeePassXC");
-  pass();
-  ASSERT_EQ(rows().size(), 1u);
-  EXPECT_EQ(rows()[0].contentWithheldForDenylist, "frontmost_denylisted");
-  EXPECT_EQ(rows()[0].screenshotAtMs, std::nullopt);
-  EXPECT_TRUE(screen.captured.empty());
-  EXPECT_NE(model.userMessage(test::judgesActivity).find("Withheld: the frontmost app"), std::string::npos);
-}
-
 TEST_F(ClassifierLoopTest, restsOnBatteryWhenTold) {
   environment["AMBITCAP_CLASSIFY_REQUIRE_AC"] = "1";
   power.power.isPluggedIn = false;

@@ -20,7 +20,7 @@ namespace halvo::test {
 struct CoachScene {
   CoachScene() {
     std::filesystem::create_directories(root / "io-layer");
-    folder.write("data/io-layer/layer3-floor.json", JSONValue(JSONObject{{"floorTsMs", GateScene::at(6, 0)}}).dump());
+    pinFloor();
     backend.answer = [this](const ScriptedBackend::Call& call, const std::stop_token&) {
       return ChatResponse{.text = call.isGate() ? gateAnswer : coachAnswer,
                           .toolCalls = call.isGate() ? std::vector<ToolCall>{} : coachCalls};
@@ -32,18 +32,20 @@ struct CoachScene {
             .backend = &backend,
             .environment = environment,
             .callHoldOverride = folder.path() / "no-override",
-            .clock = {.nowMs = [this] { return nowMs.load(); },
-                      .wait =
-                          [this](double sec, const std::stop_token&) {
-                            if (whileWaiting) whileWaiting();
-                            nowMs += static_cast<std::int64_t>(sec * 1000);
-                          }},
+            .clock = {[this] { return nowMs.load(); },
+                      [this](double sec, const std::stop_token&) {
+                        if (whileWaiting) whileWaiting();
+                        nowMs += static_cast<std::int64_t>(sec * 1000);
+                      }},
             .calendar = GateScene::calendar,
             .log = [this](const std::string& line) { log.push_back(line); },
             .intentionSinks = {.writeTaskFile = [this](const std::string& body) { taskFile = body; },
                                .logSQLite = [this](const IntentionWriter::Record& record) { copied.push_back(record.type); }}};
   }
 
+  void pinFloor() const {
+    folder.write("data/io-layer/layer3-floor.json", JSONValue(JSONObject{{"floorTsMs", GateScene::at(6, 0)}}).dump());
+  }
   void add(const EventLogEvent& event) const { EventLogWriter::append(event, DataPaths::events(root), "test", "1"); }
   void tick(std::string state = "NOT_ALIGNED") const {
     JSONLAppend::append(std::string_view(GateScene::tick(nowMs, std::move(state), "Steam", "a game is open").encode()),

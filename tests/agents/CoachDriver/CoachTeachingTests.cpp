@@ -1,7 +1,6 @@
 // Quiet, corrections and the service's trouble, through the driver's loop.
 
 #include <gtest/gtest.h>
-#include <sys/file.h>
 
 #include "AmbitudeCore/Backends/ModelBackendError.h"
 #include "AmbitudeCore/Folds/CoachCorrectionsLog.h"

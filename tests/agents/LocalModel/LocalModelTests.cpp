@@ -1,6 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -27,8 +25,8 @@ class LocalModelTest : public testing::Test {
   }
   /// Starts a program of ours; its words go to "out".
   test::ChildProcess start(const std::string& program, const std::vector<std::string>& words = {}) {
-    const FileHandle out(::open((folder.path() / "out").c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600));
-    return {std::string(HALVO_BIN) + "/" + program, words, environment, {{.ours = out.fd(), .childs = 1}, {.ours = out.fd(), .childs = 2}}};
+    fs::remove(folder.path() / "out");
+    return test::ChildProcess::logged(std::string(HALVO_BIN) + "/" + program, words, environment, folder.path() / "out");
   }
   std::string said(const std::vector<std::string>& words, int want = 0) {
     EXPECT_EQ(start("halvo", words).wait(30), want);

@@ -9,7 +9,6 @@
 #include <sys/resource.h>
 
 #include "CaptureShared/Foundation/FileHandle.h"
-#include "CaptureShared/Signals/Schema.h"
 #include "Platform/Testing/FakePlatform.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -33,12 +32,11 @@ class SignalsSamplerTest : public testing::Test {
   SignalsSampler::Ports ports() {
     return {.probes = probes,
             .nowPlaying = player,
-            .clock = {.nowMs = [this] { return nowMs; },
-                      .wait =
-                          [this](double sec, const std::stop_token&) {
-                            nowMs += std::llround(sec * 1000);
-                            if (--waitsLeft == 0) stop.request_stop();
-                          }},
+            .clock = {[this] { return nowMs; },
+                      [this](double sec, const std::stop_token&) {
+                        nowMs += std::llround(sec * 1000);
+                        if (--waitsLeft == 0) stop.request_stop();
+                      }},
             .root = [this] { return root; },
             .declaredTask = [this] { return task; },
             .log = [this](const std::string& line) { log.push_back(line); }};
@@ -81,45 +79,23 @@ TEST_F(SignalsSamplerTest, aRowHoldsAllThatWasSeen) {
                 .session = {.screensaverActive = true, .screenLocked = false},
                 .browserTab = BrowserTab{.browser = "firefox", .title = "Rivers", .url = "https://example.org/"},
                 .battery = {.percent = 81, .pluggedIn = true},
-                .batteryTelemetry = {.voltageMV = 1,
-                                     .instantAmperageMA = -2,
-                                     .updateTimeS = 3,
-                                     .accumulatedSystemLoad = 4,
-                                     .systemLoadAccumulatorCount = 5,
-                                     .systemPowerInMW = 6,
-                                     .fullChargeCapacityMAh = 7}};
+                .batteryTelemetry = {.voltageMV = 1, .instantAmperageMA = -2, .updateTimeS = 3, .accumulatedSystemLoad = 4,
+                                     .systemLoadAccumulatorCount = 5, .systemPowerInMW = 6, .fullChargeCapacityMAh = 7}};
   player.now = {.title = "Song", .artist = "Singer", .playing = true};
   task = "Task: write the essay\nDeclared: now\n";
   SignalsSampler sampler(ports());
   ASSERT_TRUE(sampler.turn(nowMs));
 
-  const std::pair<const char*, const char*> want[] = {{"ts_ms", "1700000000000"},
-                                                      {"frontmost_app", "gedit"},
-                                                      {"frontmost_bundle_id", "org.gnome.gedit"},
-                                                      {"idle_key_sec", "1.5"},
-                                                      {"idle_mouse_sec", "0.25"},
-                                                      {"idle_any_sec", "0.25"},
-                                                      {"mouse_x", "10.0"},
-                                                      {"mouse_y", "20.0"},
-                                                      {"browser_app", "firefox"},
-                                                      {"browser_title", "Rivers"},
-                                                      {"browser_url", "https://example.org/"},
-                                                      {"now_playing_title", "Song"},
-                                                      {"now_playing_artist", "Singer"},
-                                                      {"now_playing_state", "playing"},
-                                                      {"screen_locked", "0"},
-                                                      {"screensaver_active", "1"},
-                                                      {"clamshell_closed", "0"},
-                                                      {"battery_pct", "81"},
-                                                      {"ac_plugged", "1"},
-                                                      {"declared_task", "Task: write the essay\nDeclared: now"},
-                                                      {"battery_voltage_mv", "1"},
-                                                      {"battery_instant_amperage_ma", "-2"},
-                                                      {"battery_update_time_s", "3"},
-                                                      {"battery_accumulated_system_load", "4"},
-                                                      {"battery_system_load_accumulator_count", "5"},
-                                                      {"battery_system_power_in_mw", "6"},
-                                                      {"battery_full_charge_capacity_mah", "7"}};
+  const std::pair<const char*, const char*> want[] = {
+      {"ts_ms", "1700000000000"}, {"frontmost_app", "gedit"}, {"frontmost_bundle_id", "org.gnome.gedit"},
+      {"idle_key_sec", "1.5"}, {"idle_mouse_sec", "0.25"}, {"idle_any_sec", "0.25"}, {"mouse_x", "10.0"}, {"mouse_y", "20.0"},
+      {"browser_app", "firefox"}, {"browser_title", "Rivers"}, {"browser_url", "https://example.org/"},
+      {"now_playing_title", "Song"}, {"now_playing_artist", "Singer"}, {"now_playing_state", "playing"},
+      {"screen_locked", "0"}, {"screensaver_active", "1"}, {"clamshell_closed", "0"}, {"battery_pct", "81"}, {"ac_plugged", "1"},
+      {"declared_task", "Task: write the essay\nDeclared: now"},
+      {"battery_voltage_mv", "1"}, {"battery_instant_amperage_ma", "-2"}, {"battery_update_time_s", "3"},
+      {"battery_accumulated_system_load", "4"}, {"battery_system_load_accumulator_count", "5"},
+      {"battery_system_power_in_mw", "6"}, {"battery_full_charge_capacity_mah", "7"}};
   for (const auto& [column, value] : want) EXPECT_EQ(query("SELECT " + std::string(column) + " FROM ticks"), value) << column;
   EXPECT_EQ(SQLiteDB(database, SQLiteDB::Role::reader).columnNames("ticks").size(), std::size(want));
   EXPECT_EQ(query("SELECT ts_ms||'|'||owner_name||'|'||ifnull(owner_pid,'-')||'|'||title||'|'||layer||'|'||x||'|'||y||'|'||width||'|'||"

@@ -36,15 +36,8 @@ class SupervisorTest : public testing::Test {
     for (pid_t pid = 0; file >> pid;) list.push_back(pid);
     return list;
   }
-  /// A dead orphan may still wait for whoever adopted it.
   bool allGone() {
-    for (const auto* name : {"Signals", "Capturer"})
-      for (const auto pid : pids(name)) {
-        std::string stat;
-        std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/stat"), stat);
-        if (!stat.empty() && stat.find(") Z ") == std::string::npos) return false;
-      }
-    return true;
+    return std::ranges::none_of(pids("Signals"), test::isRunning) && std::ranges::none_of(pids("Capturer"), test::isRunning);
   }
   std::unique_ptr<SupervisorLoop> makeLoop() {
     return std::make_unique<SupervisorLoop>(
@@ -198,11 +191,7 @@ TEST_F(SupervisorTest, theProgramTakesItsChildrenAlong) {
   fs::copy_file(std::string(HALVO_BIN) + "/Supervisor", folder.path() / "Supervisor");
   fs::create_directory(folder.path() / "data");
   script("Signals", stays);
-  const Environment environment{{"HOME", folder.path().string()},
-                                {"AMBITCAP_DATA_ROOT", (folder.path() / "data").string()},
-                                {"PATH", "/usr/bin:/bin"},
-                                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"},
-                                {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent"}};
+  const auto environment = test::programEnvironment(folder.path(), folder.path() / "data");
   for (const auto& [signal, body, runs] : {std::tuple{SIGTERM, deaf, 2u}, {SIGKILL, stays, 3u}}) {
     SCOPED_TRACE(signal);
     script("Capturer", body);

@@ -21,17 +21,19 @@ struct ScriptedBackend : ModelBackend {
   };
   std::vector<Step> steps;
   std::vector<ChatOptions> calls = {};
+  std::vector<ChatMessage> messages = {};  ///< of the last call, and its tools
+  std::vector<ToolSpec> tools = {};
   std::function<void()> during = {};  ///< runs inside each call
 
   explicit ScriptedBackend(std::vector<Step> script) : steps(std::move(script)) {}
 
-  ChatResponse chat(const std::vector<ChatMessage>& messages, const std::vector<ToolSpec>& tools, const ChatOptions& options,
+  ChatResponse chat(const std::vector<ChatMessage>& talk, const std::vector<ToolSpec>& offered, const ChatOptions& options,
                     const std::stop_token& stop) override {
-    return chatStream(
-        messages, tools, options, [](const auto&) {}, stop);
+    return chatStream(talk, offered, options, [](const auto&) {}, stop);
   }
-  ChatResponse chatStream(const std::vector<ChatMessage>&, const std::vector<ToolSpec>&, const ChatOptions& options,
+  ChatResponse chatStream(const std::vector<ChatMessage>& talk, const std::vector<ToolSpec>& offered, const ChatOptions& options,
                           const StreamCallback& onDelta, const std::stop_token&) override {
+    messages = talk, tools = offered;
     const auto& step = steps.at(std::min(calls.size(), steps.size() - 1));
     calls.push_back(options);
     for (const auto& piece : step.pieces) onDelta({.text = piece});

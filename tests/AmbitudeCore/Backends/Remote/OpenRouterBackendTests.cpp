@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -86,11 +85,11 @@ const ChatProvenance provenance{.provider = "DeepInfra", .generationID = "gen-1"
 
 TEST(OpenRouterBackend, plainAndStreamedReplies) {
   auto events = std::vector<std::string>{
-      R"({"choices":[{"delta":{"reasoning":"hm","reasoning_details":[{"type":"reasoning.text","text":"hm","index":0}]}}]})",
+      R"({"choices":[{"delta":{"reasoning":"hm","content":null,"reasoning_details":[{"type":"reasoning.text","text":"hm","index":0}]}}]})",
       R"({"choices":[{"delta":{"tool_calls":[{"index":1,"function":{"name":"b","arguments":"{\"n\""}}]}}]})",
       R"({"choices":[{"delta":{"tool_calls":[{"index":0,"function":{"name":"a","arguments":"{cut"}},)"
-      R"({"index":1,"function":{"arguments":":2}"}}]}}]})",
-      "not JSON", RemoteService::piece("Hi")};
+      R"({"index":1,"function":{"arguments":":2}"}},{"index":2,"function":{"arguments":"{}"}}]}}]})",
+      "not JSON", "[1]", R"({"choices":"odd","usage":3})", RemoteService::piece("Hi")};
   for (const auto& last : RemoteService::ending()) events.push_back(last);
   Rig rig{.scripts = {fine, stream(events), fine}, .config = {.providerOrder = {"deepinfra"}}};
   auto backend = rig.backend();

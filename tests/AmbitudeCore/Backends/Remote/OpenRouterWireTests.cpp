@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "AmbitudeCore/Backends/ModelBackendError.h"
 #include "AmbitudeCore/Backends/Remote/OpenRouterSessionID.h"
 #include "AmbitudeCore/Backends/Remote/OutboundRedaction.h"
 #include "AmbitudeCore/Backends/Remote/ProviderAttribution.h"
@@ -67,18 +66,14 @@ TEST(OpenRouterWire, body) {
 }
 
 TEST(ProviderAttribution, table) {
+  const char* none = "HTTP 404 (OpenRouter has no available endpoint for this provider)";
   const struct {
     int status;
     const char *body, *want;
-  } cases[] = {{429, "", "HTTP 429 (provider rate-limited)"},
-               {408, "", "HTTP 408 (provider timed out)"},
-               {500, "", "HTTP 500 (provider error)"},
-               {599, "", "HTTP 599 (provider error)"},
-               {600, "", nullptr},
-               {404, "..No endpoints found for m", "HTTP 404 (OpenRouter has no available endpoint for this provider)"},
-               {404, "No allowed providers are available", "HTTP 404 (OpenRouter has no available endpoint for this provider)"},
-               {404, "no such model", nullptr},
-               {401, "No endpoints found", nullptr}};
+  } cases[] = {
+      {429, "", "HTTP 429 (provider rate-limited)"}, {408, "", "HTTP 408 (provider timed out)"}, {500, "", "HTTP 500 (provider error)"},
+      {599, "", "HTTP 599 (provider error)"}, {600, "", nullptr}, {404, "..No endpoints found for m", none},
+      {404, "No allowed providers are available", none}, {404, "no such model", nullptr}, {401, "No endpoints found", nullptr}};
   for (const auto& c : cases)
     EXPECT_EQ(ProviderAttribution::reason(c.status, c.body), c.want ? std::optional<std::string>(c.want) : std::nullopt) << c.status;
   const std::pair<const char*, std::optional<int>> codes[] = {{"502", 502},      {"\"+429\"", 429}, {"\"-1\"", -1},

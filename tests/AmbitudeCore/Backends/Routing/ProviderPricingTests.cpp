@@ -26,34 +26,21 @@ const std::string catalogue =
 const std::vector<ProviderPricing> fireworks{{"fireworks", "Fireworks", 2e-7, std::nullopt, 6e-7}};
 
 TEST(OpenRouterEndpointsResponse, leavesOutWhatHasNoReadablePrice) {
-  const struct {
-    std::string endpoint;
-    bool isThere;
-  } cases[] = {
-      {R"({"tag":"a/fp8","provider_name":"A","pricing":{"prompt":"6e-8","input_cache_read":"0.000000015","completion":"0"}})", true},
-      {R"({"tag":"a","pricing":{"prompt":6e-8,"input_cache_read":null}})", true},
-      {R"({"tag":"a","pricing":{"prompt":"0.01"}})", true},
-      {R"({"tag":"a","pricing":{"prompt":"0.011"}})", false},
-      {R"({"tag":"a","pricing":{"prompt":"-1"}})", false},
-      {R"({"tag":"a","pricing":{"prompt":"nan"}})", false},
-      {R"({"tag":"a","pricing":{"prompt":"inf"}})", false},
-      {R"({"tag":"a","pricing":{"prompt":"1e-999"}})", false},
-      {R"({"tag":"a","pricing":{"prompt":"0.1 dollars"}})", false},
-      {R"({"tag":"a","pricing":{"prompt":""}})", false},
-      {R"({"tag":"a","pricing":{"prompt":true}})", false},
-      {R"({"tag":"a","pricing":{"prompt":"1e-7","completion":"free"}})", false},
-      {R"({"tag":"a","pricing":{"prompt":"1e-7","input_cache_read":"-1"}})", false},
-      {R"({"tag":"a","pricing":{"completion":"1e-7"}})", false},
-      {R"({"tag":"a\nb","pricing":{"prompt":"1e-7"}})", false},
-      {R"({"tag":"","pricing":{"prompt":"1e-7"}})", false},
-      {R"({"pricing":{"prompt":"1e-7"}})", false},
-      {R"("a")", false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.endpoint);
-    const auto read = OpenRouterEndpointsResponse::parse(R"({"data":{"endpoints":[)" + c.endpoint + "]}}");
-    ASSERT_TRUE(read);
-    EXPECT_EQ(read->endpoints.size(), c.isThere ? 1u : 0u);
-  }
+  const auto endpoints = [](const std::string& endpoint) {
+    const auto read = OpenRouterEndpointsResponse::parse(R"({"data":{"endpoints":[)" + endpoint + "]}}");
+    return read ? static_cast<int>(read->endpoints.size()) : -1;
+  };
+  const auto priced = [](const std::string& prompt) { return R"({"tag":"a","pricing":{"prompt":)" + prompt + "}}"; };
+  for (const auto& good :
+       {std::string(R"({"tag":"a/fp8","provider_name":"A","pricing":{"prompt":"6e-8","input_cache_read":"0.000000015","completion":"0"}})"),
+        priced(R"(6e-8,"input_cache_read":null)"), priced(R"("0.01")")})
+    EXPECT_EQ(endpoints(good), 1) << good;
+  for (const auto& bad :
+       {priced(R"("0.011")"), priced(R"("-1")"), priced(R"("nan")"), priced(R"("inf")"), priced(R"("1e-999")"), priced(R"("0.1 dollars")"),
+        priced(R"("")"), priced("true"), priced(R"("1e-7","completion":"free")"), priced(R"("1e-7","input_cache_read":"-1")"),
+        std::string(R"({"tag":"a","pricing":{"completion":"1e-7"}})"), std::string(R"({"tag":"a\nb","pricing":{"prompt":"1e-7"}})"),
+        std::string(R"({"tag":"","pricing":{"prompt":"1e-7"}})"), std::string(R"({"pricing":{"prompt":"1e-7"}})"), std::string(R"("a")")})
+    EXPECT_EQ(endpoints(bad), 0) << bad;
   EXPECT_EQ(OpenRouterEndpointsResponse::parse(catalogue)->endpoints, fireworks);
   for (const char* body : {"", "{", "[]", R"({"data":[]})", R"({"data":{"endpoints":{}}})"})
     EXPECT_FALSE(OpenRouterEndpointsResponse::parse(body)) << body;
@@ -134,14 +121,11 @@ TEST(ProviderPricingResolver, liveThenCacheThenSnapshot) {
 }
 
 TEST(ProviderPricingResolver, fetchesOverTheWire) {
-  const auto reply = [](const std::string& head, const std::string& body) {
-    return "HTTP/1.1 " + head + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
-  };
   LoopbackServer server([&](const LoopbackServer::Request& request, LoopbackServer::Connection& connection) {
     const std::string huge(ProviderPricingResolver::largestCatalogue + 1, ' ');
-    if (request.path().starts_with("/huge")) return connection.send(reply("200 OK", huge));
-    if (request.path().starts_with("/moved")) return connection.send(reply("302 Found\r\nLocation: /api/v1/stolen", ""));
-    connection.send(reply("200 OK", catalogue));
+    const auto* moved = "HTTP/1.1 302 Found\r\nLocation: /api/v1/stolen\r\nContent-Length: 0\r\n\r\n";
+    if (request.path().starts_with("/moved")) return connection.send(moved);
+    connection.send(LoopbackServer::answer(request.path().starts_with("/huge") ? huge : catalogue));
   });
   CurlTransport transport;
   std::stop_source stop;

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "AmbitudeCore/Backends/ProviderRoutingGeneration.h"
-#include "AmbitudeCore/Backends/Routing/CachedProviderPricing.h"
 #include "AmbitudeCore/Backends/Routing/ObservedProviderCost.h"
 #include "AmbitudeCore/Backends/Routing/ProviderPricingSnapshot.h"
 #include "AmbitudeCore/Backends/Routing/ProviderRoutingRefresh.h"

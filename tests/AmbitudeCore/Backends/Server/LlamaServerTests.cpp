@@ -17,10 +17,7 @@ namespace fs = std::filesystem;
 
 TEST(LlamaServerLaunch, theWholeCommandLine) {
   LlamaServerLaunch launch{.serverBinary = "/b",
-                           .weights = "/m/w.gguf",
-                           .projector = "/m/p.gguf",
-                           .alias = "gemma4:12b-it-qat",
-                           .contextLength = 32768,
+                           .weights = "/m/w.gguf", .projector = "/m/p.gguf", .alias = "gemma4:12b-it-qat", .contextLength = 32768,
                            .sleepIdleSeconds = 360};
   const std::string before = "--model /m/w.gguf --mmproj /m/p.gguf --alias gemma4:12b-it-qat ";
   const std::string behind =

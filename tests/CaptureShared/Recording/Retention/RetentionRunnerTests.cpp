@@ -123,7 +123,11 @@ struct RetentionFolderTest : testing::Test {
 
 TEST_F(RetentionFolderTest, whatALabelWasMadeFromStaysWhateverTheZone) {
   const auto newYork = Calendar::named("America/New_York");
-  const struct { const char* name; Calendar now; bool isHourTold, isTimeKept; } cases[] = {
+  const struct {
+    const char* name;
+    Calendar now;
+    bool isHourTold, isTimeKept;
+  } cases[] = {
       {"by the names of now's zone", newYork, false, false},
       {"by the names of the label's zone", Calendar::named("Asia/Tokyo"), true, false},
       {"by the last writes", Calendar::named("Asia/Tokyo"), false, true}};

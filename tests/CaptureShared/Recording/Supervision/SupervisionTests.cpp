@@ -31,8 +31,7 @@ TEST(SelfReplacementWatch, check) {
     std::vector<Look> looks;
   } cases[] = {
       {"never stamped", none, {{old, 500, Watch::NotWatching{}}}},
-      {"too early, then held still, then once",
-       old,
+      {"too early, then held still, then once", old,
        {{first, 119, keep}, {first, 120, firstSettles}, {first, 150, Watch::ExitForNewBinary{old, first}}, {first, 180, keep}}},
       {"always another", old, {{first, 200, firstSettles}, {second, 230, Watch::Settling{second}}, {first, 260, firstSettles}}},
       {"unreadable forgets", old, {{first, 200, firstSettles}, {none, 230, Watch::Unreadable{}}, {first, 260, firstSettles}}},
