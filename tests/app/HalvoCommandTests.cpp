@@ -105,13 +105,11 @@ TEST_F(HalvoCommandTest, withoutAPlaceToWriteToItSaysSoInOneLine) {
   ::chmod(locked.c_str(), 0555);
   // Root may write anywhere, so that case needs somebody else.
   const bool isRoot = ::geteuid() == 0;
-  const struct {
-    const char* name;
-    std::string root;
-  } cases[] = {{"none configured", ""},
-               {"not there", (folder.path() / "gone").string()},
-               {"the log is a folder", shut.string()},
-               {"read-only", locked.string()}};
+  const struct { const char* name; std::string root; } cases[] = {
+      {"none configured", ""},
+      {"not there", (folder.path() / "gone").string()},
+      {"the log is a folder", shut.string()},
+      {"read-only", locked.string()}};
   for (const auto& c : cases)
     for (const auto& words : writes) {
       SCOPED_TRACE(std::string(c.name) + ": " + words[0]);

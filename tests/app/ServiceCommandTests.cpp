@@ -113,9 +113,7 @@ TEST_F(ServiceCommandTest, uninstallTakesOnlyWhatItSaidAndNoKeyOfWhatStays) {
       "configured() { printf '{\"dataRoot\": \"%s\"}' \"$1\" > \"$S/config.json\"; }\n"
       "recorded() { mkdir -p \"$1/video/display-0\"; echo x > \"$1/video/display-0/x.mkv\"; echo mine > \"$1/diary\"; }\n";
   const std::string uninstall = "\necho remove | halvo uninstall; echo status $?; find $HOME $F/a $F/b -type f 2>/dev/null | sed 's,.*/,,' | sort | xargs echo left:";
-  const struct {
-    const char *layout, *want;
-  } cases[] = {
+  const struct { const char *layout, *want; } cases[] = {
       {"recorded \"$S/data\"; configured \"$S/data\"; export AMBITCAP_DATA_ROOT=$F/a", "without their key\nstatus 1\nleft: config.json diary k x.mkv"},
       {"recorded $F/b; configured $F/b; export AMBITCAP_DATA_ROOT=$F/a", "without their key\nstatus 1\nleft: config.json diary k x.mkv"},
       {"export AMBITCAP_DATA_ROOT=$F/b", "without their key\nstatus 1\nleft: k"},

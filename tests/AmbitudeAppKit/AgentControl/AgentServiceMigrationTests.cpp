@@ -55,12 +55,7 @@ TEST(AgentServiceMigration, precondition) {
 TEST(AgentServiceMigration, verdict) {
   const auto roll = [](const char* reason) { return Verdict(RollBack{reason}); };
   constexpr auto enabled = ServiceStatus::enabled;
-  const struct {
-    ServiceStatus status;
-    Observation seen;
-    RequiresPid pid;
-    Verdict want;
-  } cases[] = {
+  const struct { ServiceStatus status; Observation seen; RequiresPid pid; Verdict want; } cases[] = {
       {ServiceStatus::requiresApproval, {}, RequiresPid::yes, AwaitingApproval{}},
       {ServiceStatus::notFound, {true, true, true}, RequiresPid::no, roll("macOS reports the registration as notFound")},
       {enabled, {false, true, true}, RequiresPid::no, roll("launchd has no job after registering")},
@@ -75,14 +70,11 @@ TEST(AgentServiceMigration, verdict) {
 }
 
 TEST(AgentServiceMigration, aFailureIsToldByWhatHelps) {
-  const struct {
-    const char* domain;
-    int code;
-    const char* want;
-  } cases[] = {{"NSPOSIXErrorDomain", EACCES, "Check that Halvo is on in Login Items, then try again."},
-               {"NSPOSIXErrorDomain", ENOENT, "This copy of Halvo looks damaged, so Coach"},
-               {"NSPOSIXErrorDomain", ETIMEDOUT, "Coach couldn't be turned on just now."},
-               {"elsewhere", EACCES, "Coach couldn't be turned on just now."}};
+  const struct { const char* domain; int code; const char* want; } cases[] = {
+      {"NSPOSIXErrorDomain", EACCES, "Check that Halvo is on in Login Items, then try again."},
+      {"NSPOSIXErrorDomain", ENOENT, "This copy of Halvo looks damaged, so Coach"},
+      {"NSPOSIXErrorDomain", ETIMEDOUT, "Coach couldn't be turned on just now."},
+      {"elsewhere", EACCES, "Coach couldn't be turned on just now."}};
   for (const auto& c : cases)
     EXPECT_NE(userMessage(ServiceAction::turnOn, "Coach", errorKind(c.domain, c.code)).find(c.want), std::string::npos) << c.domain << c.code;
 }
@@ -139,13 +131,11 @@ struct RunnerTest : testing::Test {
 
 TEST_F(RunnerTest, aFailureAnywhereKeepsTheJobAndTheNextRunGoesOn) {
   enum class How { fails, killed, unknown };
-  const struct {
-    const char* name;
-    bool hasLegacy, isRegistered, isMarked;
-  } starts[] = {{"a legacy job", true, false, false},
-                {"a registration beside its legacy file", true, true, false},
-                {"the same, broken off", true, true, true},
-                {"a renewal", false, true, true}};
+  const struct { const char* name; bool hasLegacy, isRegistered, isMarked; } starts[] = {
+      {"a legacy job", true, false, false},
+      {"a registration beside its legacy file", true, true, false},
+      {"the same, broken off", true, true, true},
+      {"a renewal", false, true, true}};
   for (const auto& start : starts)
     for (const bool runs : {true, false})
       for (const auto how : {How::fails, How::killed, How::unknown})

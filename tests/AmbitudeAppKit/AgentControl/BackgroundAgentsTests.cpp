@@ -16,13 +16,11 @@ using State = BackgroundAgentState;
 using Agent = BackgroundAgent;
 
 TEST(LaunchdPrint, aFieldThatIsMissingOrDoesNotParseIsAbsent) {
-  const struct {
-    const char* text;
-    LaunchdPrint want;
-  } cases[] = {{"", {}},
-               {"\tpid = 7\n\tlast exit code = 0\n runs = 3\nprogram = /a b\npath = /p = q\n", {7, 0, 3, "/a b", "/p = q"}},
-               {"last exit code = (never exited)\npid = 99999999999\nruns =\npid=4\n", {}},
-               {"last exit code = -9\nspid = 5\nlast exit code = 1", {.lastExitCode = -9}}};
+  const struct { const char* text; LaunchdPrint want; } cases[] = {
+      {"", {}},
+      {"\tpid = 7\n\tlast exit code = 0\n runs = 3\nprogram = /a b\npath = /p = q\n", {7, 0, 3, "/a b", "/p = q"}},
+      {"last exit code = (never exited)\npid = 99999999999\nruns =\npid=4\n", {}},
+      {"last exit code = -9\nspid = 5\nlast exit code = 1", {.lastExitCode = -9}}};
   for (const auto& c : cases) EXPECT_EQ(LaunchdPrint::parse(c.text), c.want) << c.text;
 }
 

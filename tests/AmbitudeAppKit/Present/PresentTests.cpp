@@ -102,9 +102,8 @@ TEST_F(DayTest, aDayAsAPictureAndAPage) {
 }
 
 TEST(DayStrip, aDayBeginsAtFourWhateverItsLength) {
-  const struct {
-    int month, day, hour, minute, beganDay;
-  } table[] = {{3, 8, 4, 30, 8}, {3, 9, 3, 30, 8}, {11, 1, 3, 30, 31}, {11, 2, 3, 59, 1}, {3, 4, 4, 0, 4}};
+  const struct { int month, day, hour, minute, beganDay; } table[] = {
+      {3, 8, 4, 30, 8}, {3, 9, 3, 30, 8}, {11, 1, 3, 30, 31}, {11, 2, 3, 59, 1}, {3, 4, 4, 0, 4}};
   for (const auto& c : table) {
     const auto now = calendar.instant(2026, c.month, c.day, c.hour, c.minute);
     const auto began = calendar.instant(2026, c.beganDay == 31 ? 10 : c.month, c.beganDay, 4);
@@ -116,15 +115,12 @@ TEST(DayStrip, aDayBeginsAtFourWhateverItsLength) {
 
 TEST(RecordingCard, warnsOfSilenceAndOfNothingElse) {
   const auto now = at(9, 0), old = now - 600'000, fresh = now - 2'000;
-  const struct {
-    std::optional<std::int64_t> frame, life, controlled;
-    const char* line;
-    bool isWarning;
-  } table[] = {{fresh, fresh, {}, "Recording; the last frame came 2s ago", false},
-               {old, fresh, {}, "Not recording while the screen is locked; the last frame came 10m ago", false},
-               {old, old, fresh, "Not paused; the last frame came 10m ago", false},
-               {old, old, old, "Not paused, but the last frame came 10m ago", true},
-               {{}, {}, {}, "Not paused, but nothing has been recorded yet", true}};
+  const struct { std::optional<std::int64_t> frame, life, controlled; const char* line; bool isWarning; } table[] = {
+      {fresh, fresh, {}, "Recording; the last frame came 2s ago", false},
+      {old, fresh, {}, "Not recording while the screen is locked; the last frame came 10m ago", false},
+      {old, old, fresh, "Not paused; the last frame came 10m ago", false},
+      {old, old, old, "Not paused, but the last frame came 10m ago", true},
+      {{}, {}, {}, "Not paused, but nothing has been recorded yet", true}};
   for (const auto& c : table) {
     const auto card = RecordingCard::of({.lastFrameMs = c.frame, .lastLifeMs = c.life, .controlledMs = c.controlled, .nowMs = now, .calendar = calendar});
     EXPECT_EQ(std::pair(card.line, card.isWarning), std::pair(std::string(c.line), c.isWarning));
@@ -132,10 +128,8 @@ TEST(RecordingCard, warnsOfSilenceAndOfNothingElse) {
 }
 
 TEST(Durations, areSpoken) {
-  const struct {
-    std::int64_t ms;
-    const char* want;
-  } table[] = {{59'999, "under a minute"}, {60'000, "1 min"}, {3'600'000, "1 h"}, {5'400'000, "1 h 30 min"}, {200 * 3'600'000LL, "8 days"}};
+  const struct { std::int64_t ms; const char* want; } table[] = {
+      {59'999, "under a minute"}, {60'000, "1 min"}, {3'600'000, "1 h"}, {5'400'000, "1 h 30 min"}, {200 * 3'600'000LL, "8 days"}};
   for (const auto& c : table) EXPECT_EQ(Durations::spoken(c.ms), c.want);
 }
 
@@ -183,14 +177,12 @@ TEST(Conversation, entriesAndWhatCanBeUndone) {
 }
 
 TEST_F(DayTest, whatLeavesTheMachineIsSaidAsItIs) {
-  const struct {
-    Environment environment;
-    const char* told;
-  } cases[] = {{{}, "Nothing: the coach runs here, on local llama-server ("},
-               {{{"AMBITCAP_MODEL_BACKEND", "proxy"}, {"AMBITCAP_PROXY_URL", "https://coach.test"}},
-                "The coach's text goes to a service: proxy (https://coach.test"},
-               {{{"AMBITCAP_MODEL_BACKEND", "openrouter"}}, "Nothing: the coach does not start. AMBITCAP_MODEL_BACKEND=openrouter but"},
-               {{{"AMBITCAP_MODEL_BACKEND", "elsewhere"}}, "Nothing: the coach does not start. AMBITCAP_MODEL_BACKEND=\"elsewhere\" is not"}};
+  const struct { Environment environment; const char* told; } cases[] = {
+      {{}, "Nothing: the coach runs here, on local llama-server ("},
+      {{{"AMBITCAP_MODEL_BACKEND", "proxy"}, {"AMBITCAP_PROXY_URL", "https://coach.test"}},
+       "The coach's text goes to a service: proxy (https://coach.test"},
+      {{{"AMBITCAP_MODEL_BACKEND", "openrouter"}}, "Nothing: the coach does not start. AMBITCAP_MODEL_BACKEND=openrouter but"},
+      {{{"AMBITCAP_MODEL_BACKEND", "elsewhere"}}, "Nothing: the coach does not start. AMBITCAP_MODEL_BACKEND=\"elsewhere\" is not"}};
   for (auto [environment, told] : cases) {
     environment["HOME"] = folder.path().string();
     const auto page = PrivacyPage::read(root, environment, calendar);

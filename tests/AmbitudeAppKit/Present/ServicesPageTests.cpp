@@ -9,11 +9,7 @@ using State = BackgroundAgentState;
 using Agent = BackgroundAgent;
 
 TEST(ServicesPage, rows) {
-  const struct {
-    State state;
-    const char* line;
-    ServicesPage::Row want;
-  } cases[] = {
+  const struct { State state; const char* line; ServicesPage::Row want; } cases[] = {
       {{.agent = Agent::coachDriver, .runState = State::Running{7}, .missingConfigKeys = {"A", "B"}, .since = "noon"},
        "",
        {Agent::coachDriver, "Coach", "running", "7", "-", "noon", "A, B is not set"}},

@@ -98,11 +98,9 @@ TEST_F(SettingUpTest, aDataRootIsMadeOnceAndNeverInPlaceOfOneThatIsAway) {
   using DataRootSetup::State, DataRootSetup::state;
   EXPECT_EQ(state(), State::unconfigured);
   home.write("full/letter.txt", "dear");
-  const struct {
-    fs::path root;
-    const char* objection;
-  } bad[] = {{"data", "whole path"}, {home.path(), "of its own"}, {"/", "of its own"}, {home.path() / "full", "letter.txt"},
-             {home.path() / "full/letter.txt", "no folder"}, {home.path() / "volume/data", "is not there"}};
+  const struct { fs::path root; const char* objection; } bad[] = {
+      {"data", "whole path"}, {home.path(), "of its own"}, {"/", "of its own"}, {home.path() / "full", "letter.txt"},
+      {home.path() / "full/letter.txt", "no folder"}, {home.path() / "volume/data", "is not there"}};
   for (const auto& c : bad) {
     EXPECT_NE(DataRootSetup::objection(c.root.string()).value_or("").find(c.objection), std::string::npos) << c.root;
     EXPECT_THROW(DataRootSetup::carryOut({.root = c.root}), std::runtime_error);

@@ -23,10 +23,7 @@ using GateScene::at, GateScene::calendar;
 TEST(PersonActions, readsWhatWasTyped) {
   using PersonActions::readTyped, PersonActions::Typed;
   using enum Typed::Kind;
-  const struct {
-    const char* line;
-    Typed want;
-  } table[] = {
+  const struct { const char* line; Typed want; } table[] = {
       {"  ", {}},
       {"Clear", {.kind = clear}},
       {"clear the table", {.kind = declare, .task = "clear the table"}},
@@ -65,10 +62,7 @@ TEST(BackgroundQueue, goesOnBehindAFailureAndStopsWhatRuns) {
 
 TEST(DiagnosticsReport, holdsNothingThatCameFromAPerson) {
   const auto usage = TurnUsageLog::line({.text = "t", .thinking = "hm", .usage = ChatUsage{.promptTokens = 9, .completionTokens = 2}});
-  const struct {
-    std::string line;
-    bool isKept;
-  } table[] = {
+  const struct { std::string line; bool isKept; } table[] = {
       {"2026-11-25T14:18:41Z Signals samples every 1500 ms", true},
       {"2026-11-25T14:18:41Z classifier started: model practice-model, a look every 1 s, judgments 60 to 300 s apart", true},
       {"layer3 gate " + usage, true},

@@ -79,10 +79,7 @@ ModelBackendError errorOf(LocalModelBackend& backend, const std::vector<ChatMess
 
 TEST(LocalModelBackend, plainRecordings) {
   const JSONValue note = JSONObject{{"text", "Hello to of"}};
-  const struct {
-    const char* name;
-    ChatResponse want;
-  } cases[] = {
+  const struct { const char* name; ChatResponse want; } cases[] = {
       {"100_chat_plain", {.text = "I slowly try.", .usage = ChatUsage{.promptTokens = 41, .completionTokens = 5, .cachedPromptTokens = 0}}},
       {"103_chat_thinking_true",
        {.text = "Maybe rest step can.\n\nMaybe can your well step your try, slowly rest can today small well a rest.", .thinking = "asks",
@@ -114,13 +111,7 @@ TEST(LocalModelBackend, plainRecordings) {
 }
 
 TEST(LocalModelBackend, streamedRecordings) {
-  const struct {
-    const char* name;
-    const char *text, *thinking;
-    bool truncated;
-    std::size_t toolCalls, logprobs;
-    bool usage;
-  } cases[] = {
+  const struct { const char* name; const char *text, *thinking; bool truncated; std::size_t toolCalls, logprobs; bool usage; } cases[] = {
       {"200_stream_no_usage", "I slowly try.", "", false, 0, 0, false},
       {"201_stream_usage", "I slowly try.", "", false, 0, 0, true},
       {"203_stream_thinking", "Maybe rest step can.\n\nMaybe can your well step your try, slowly rest can today small well a rest.", "asks",
@@ -155,14 +146,7 @@ TEST(LocalModelBackend, streamedRecordings) {
 TEST(LocalModelBackend, failures) {
   using Kind = ModelBackendError::Kind;
   const std::string streamHead = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
-  const struct {
-    const char* name;
-    std::string answer;
-    bool streamed;
-    Kind kind;
-    int status;
-    const char* text;
-  } cases[] = {
+  const struct { const char* name; std::string answer; bool streamed; Kind kind; int status; const char* text; } cases[] = {
       {"not JSON", json("<html>", 200), false, Kind::invalidResponse, 0, "llama-server response was not a JSON object"},
       {"a list", json("[1]", 200), false, Kind::invalidResponse, 0, "llama-server response was not a JSON object"},
       {"an error with status 200", json(R"({"error":{"message":"no"}})", 200), false, Kind::invalidResponse, 0, "llama-server error: no"},

@@ -47,10 +47,7 @@ TEST(RequestConformance, validate) {
   auto nameless = x;
   nameless.toolName.reset();
   const std::string unanswered = ") with no answering tool message; every tool call must be answered before the conversation continues";
-  const struct {
-    std::vector<ChatMessage> messages;
-    std::string want;
-  } cases[] = {
+  const struct { std::vector<ChatMessage> messages; std::string want; } cases[] = {
       {{sys}, ""},
       {{}, ""},
       {{sys, user, calling({"x", "y"}), x, x, user}, ""},
@@ -65,21 +62,17 @@ TEST(RequestConformance, validate) {
   };
   for (const auto& c : cases) EXPECT_EQ(violation([&] { RequestConformance::validate(c.messages, {}); }), c.want);
 
-  const struct {
-    JSONValue parameters;
-    std::string want;
-  } schemas[] = {{"text", "is not a JSON object"},
-                 {JSONObject{{"type", "array"}}, "must declare \"type\": \"object\""},
-                 {JSONObject{{"type", "object"}, {"properties", 1}}, "must carry a `properties` object"}};
+  const struct { JSONValue parameters; std::string want; } schemas[] = {
+      {"text", "is not a JSON object"},
+      {JSONObject{{"type", "array"}}, "must declare \"type\": \"object\""},
+      {JSONObject{{"type", "object"}, {"properties", 1}}, "must carry a `properties` object"}};
   for (const auto& c : schemas)
     EXPECT_EQ(violation([&] { RequestConformance::validate({}, {{.name = "t", .parameters = c.parameters}}); }),
               "request conformance [malformed_tool_schema] tool `t` parameters " + c.want);
 }
 
 TEST(RequestConformance, encodedShapeAndResponseFormat) {
-  const struct {
-    const char *messages, *want;
-  } cases[] = {
+  const struct { const char *messages, *want; } cases[] = {
       {R"([{"role":"assistant","tool_calls":[{"id":"a"},{"id":"b"}]},{"role":"tool","tool_call_id":"a"},)"
        R"({"role":"tool","tool_call_id":"b"}])",
        ""},
@@ -214,11 +207,7 @@ TEST(LocalInferenceEndpoint, resolve) {
 TEST(LocalModelReplyHold, decide) {
   using namespace LocalModelReplyHold;
   const std::int64_t now = 1'000'000;
-  const struct {
-    const char* name;
-    Moment moment;
-    Decision want;
-  } cases[] = {
+  const struct { const char* name; Moment moment; Decision want; } cases[] = {
       {"a remote primary never waits", {.modelFilesMissing = true}, Decision::run},
       {"files missing, a message waits", {.primaryIsLocal = true, .modelFilesMissing = true, .answersTypedMessage = true},
        Decision::holdWithNotice},

@@ -44,12 +44,7 @@ std::string shown(const Decision& decision) {
 }
 
 TEST(ClassifierCadence, decide) {
-  const struct {
-    const char* name;
-    Moment moment;
-    Config config;
-    const char* want;
-  } cases[] = {
+  const struct { const char* name; Moment moment; Config config; const char* want; } cases[] = {
       {"never judged", look(0, {}), {}, "no prior tick"},
       {"before the floor", look(59), {}, "skip 1"},
       {"at the floor", look(60), {}, "interval elapsed"},
@@ -148,16 +143,14 @@ TEST(ClassifierCadence, advanced) {
 TEST(ClassifierCadence, configIsBroughtIntoItsRanges) {
   EXPECT_EQ(Config::make({.floorSec = 0, .ceilingSec = -5, .onTaskCeilingSec = 900, .growthExponent = 7, .warmupSec = -1}),
             (Config{.floorSec = 1, .ceilingSec = 1, .onTaskCeilingSec = 1, .growthExponent = 1, .warmupSec = 0}));
-  const struct {
-    Environment environment;
-    std::int64_t floor, ceiling, onTask;
-  } cases[] = {{{}, 60, 300, 120},
-               {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", " 200 "}}, 200, 300, 200},
-               {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", "400"}}, 400, 400, 400},
-               {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", "2"}, {"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "4"}}, 2, 4, 4},
-               {{{"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "59"}}, 60, 300, 120},
-               {{{"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "100"}}, 60, 100, 100},
-               {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", "-3"}, {"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "1.5"}}, 60, 300, 120}};
+  const struct { Environment environment; std::int64_t floor, ceiling, onTask; } cases[] = {
+      {{}, 60, 300, 120},
+      {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", " 200 "}}, 200, 300, 200},
+      {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", "400"}}, 400, 400, 400},
+      {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", "2"}, {"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "4"}}, 2, 4, 4},
+      {{{"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "59"}}, 60, 300, 120},
+      {{{"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "100"}}, 60, 100, 100},
+      {{{"AMBITCAP_CLASSIFY_MIN_INTERVAL_SEC", "-3"}, {"AMBITCAP_CLASSIFY_MAX_INTERVAL_SEC", "1.5"}}, 60, 300, 120}};
   for (const auto& c : cases) {
     const auto config = Config::fromEnvironment(c.environment);
     EXPECT_EQ(config, (Config{.floorSec = c.floor, .ceilingSec = c.ceiling, .onTaskCeilingSec = c.onTask}));

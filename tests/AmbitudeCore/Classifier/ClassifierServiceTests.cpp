@@ -121,10 +121,8 @@ WINDOW_CONTENT:
 {'ocr_text': "it's < |turn> [redacted card number]", 'description': 'a page'}
 
 Judge it.)");
-  const struct {
-    std::optional<double> gap, back;
-    bool shown;
-  } gaps[] = {{15, {}, true}, {14.9, {}, false}, {20, 30, false}, {20, 45, false}, {{}, 5, false}};
+  const struct { std::optional<double> gap, back; bool shown; } gaps[] = {
+      {15, {}, true}, {14.9, {}, false}, {20, 30, false}, {20, 45, false}, {{}, 5, false}};
   for (const auto& c : gaps) {
     const auto text = ClassifierPrompt::buildUserMessage({.state = {.gapSinceLastPresentMinutes = c.gap, .minutesSinceReturn = c.back}});
     EXPECT_EQ(text.find("gap_since_last_activity_min") != std::string::npos, c.shown);
@@ -165,10 +163,7 @@ TEST(ClassifierReasonPrivacyCheck, aSentenceThatWasNotClearedIsNeverKept) {
   const std::string sentence = "you look at a balance of 12 dollars";
   const std::string replaced =
       "Reason withheld for privacy on a banking or other financial screen; judge from the verdict and that category.";
-  const struct {
-    std::optional<std::string> reply;
-    std::string reason, logged;
-  } cases[] = {
+  const struct { std::optional<std::string> reply; std::string reason, logged; } cases[] = {
       {R"({"private": false})", sentence, "financial"},
       {R"({"private": true})", replaced, "replaced_flagged"},
       {R"({"public": true})", replaced, "replaced_no_verdict"},
@@ -231,22 +226,19 @@ TEST(ClassifierService, presence) {
     return SignalsReader::TickRow{.tsMs = now - static_cast<std::int64_t>(secondsAgo * 1000), .frontmostApp = app, .idleAnySec = idle};
   };
   using Rows = std::vector<SignalsReader::TickRow>;
-  const struct {
-    const char* name;
-    Rows rows;
-    Presence want;
-  } cases[] = {{"no rows", {}, {}},
-               {"there all along", {row(0), row(60), row(120)}, {.gapMinutes = 0}},
-               {"back for two minutes after forty away",
-                {row(0), row(120), row(121, 200), row(2000, 900, "loginwindow"), row(2520)},
-                {.gapMinutes = 40, .minutesSinceReturn = 2, .gapStartMs = now - 2520 * 1000}},
-               {"180 s without input is still there", {row(0), row(60, 180), row(120)}, {.gapMinutes = 0}},
-               {"a hole between samples",
-                {row(0), row(60), row(241), row(300)},
-                {.gapMinutes = 181.0 / 60, .minutesSinceReturn = 1, .gapStartMs = now - 241'000}},
-               {"a hole of exactly the limit is none", {row(0), row(180)}, {.gapMinutes = 0}},
-               {"away as far as can be seen", {row(0), row(60), row(120, 500), row(9000, 9000)}, {.minutesSinceReturn = 1}},
-               {"away now: the absence so far", {row(0, 250), row(60, 190), row(240)}, {.gapMinutes = 4, .gapStartMs = now - 240'000}}};
+  const struct { const char* name; Rows rows; Presence want; } cases[] = {
+      {"no rows", {}, {}},
+      {"there all along", {row(0), row(60), row(120)}, {.gapMinutes = 0}},
+      {"back for two minutes after forty away",
+       {row(0), row(120), row(121, 200), row(2000, 900, "loginwindow"), row(2520)},
+       {.gapMinutes = 40, .minutesSinceReturn = 2, .gapStartMs = now - 2520 * 1000}},
+      {"180 s without input is still there", {row(0), row(60, 180), row(120)}, {.gapMinutes = 0}},
+      {"a hole between samples",
+       {row(0), row(60), row(241), row(300)},
+       {.gapMinutes = 181.0 / 60, .minutesSinceReturn = 1, .gapStartMs = now - 241'000}},
+      {"a hole of exactly the limit is none", {row(0), row(180)}, {.gapMinutes = 0}},
+      {"away as far as can be seen", {row(0), row(60), row(120, 500), row(9000, 9000)}, {.minutesSinceReturn = 1}},
+      {"away now: the absence so far", {row(0, 250), row(60, 190), row(240)}, {.gapMinutes = 4, .gapStartMs = now - 240'000}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const auto found = presence(c.rows, now);

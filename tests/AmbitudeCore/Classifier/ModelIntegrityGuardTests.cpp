@@ -16,31 +16,21 @@ TEST(ModelIntegrityGuard, evaluate) {
   folder.write("w.gguf", "");
   const auto file = folder.path() / "w.gguf", link = folder.path() / "link.gguf";
   fs::create_symlink(file, link);
-  const struct {
-    const char* name;
-    std::optional<fs::path> expected;
-    FileCheck check;
-    std::string served;
-    Verdict want;
-  } cases[] = {{"the same", file, FileVerified{}, file, Matches{file}},
-               {"by a link", file, FileVerified{}, link, Matches{link}},
-               {"not standardised", file, FileVerified{}, folder.path() / "x/../w.gguf", Matches{folder.path() / "x/../w.gguf"}},
-               {"another", file, FileVerified{}, "/other", ServingOtherFile{file, "/other"}},
-               {"relative to who knows where", file, FileVerified{}, "w.gguf", ServingOtherFile{file, "w.gguf"}},
-               {"nothing expected", {}, FileVerified{}, "/other", UnknownModel{"/other"}},
-               {"missing", file, FileMissing{}, file, ModelAbsent{}},
-               {"unknown", file, FileUnknownModel{}, file, UnknownModel{file}},
-               {"changed", file, FileStale{"w.gguf"}, file, FileChanged{"w.gguf"}}};
+  const struct { const char* name; std::optional<fs::path> expected; FileCheck check; std::string served; Verdict want; } cases[] = {
+      {"the same", file, FileVerified{}, file, Matches{file}},
+      {"by a link", file, FileVerified{}, link, Matches{link}},
+      {"not standardised", file, FileVerified{}, folder.path() / "x/../w.gguf", Matches{folder.path() / "x/../w.gguf"}},
+      {"another", file, FileVerified{}, "/other", ServingOtherFile{file, "/other"}},
+      {"relative to who knows where", file, FileVerified{}, "w.gguf", ServingOtherFile{file, "w.gguf"}},
+      {"nothing expected", {}, FileVerified{}, "/other", UnknownModel{"/other"}},
+      {"missing", file, FileMissing{}, file, ModelAbsent{}},
+      {"unknown", file, FileUnknownModel{}, file, UnknownModel{file}},
+      {"changed", file, FileStale{"w.gguf"}, file, FileChanged{"w.gguf"}}};
   for (const auto& c : cases) EXPECT_EQ(evaluate(c.expected, c.check, c.served), c.want) << c.name;
 }
 
 TEST(ModelIntegrityGuard, tickDecision) {
-  const struct {
-    Verdict verdict;
-    std::string refusal;
-    std::optional<Kind> kind;
-    std::string message;
-  } cases[] = {
+  const struct { Verdict verdict; std::string refusal; std::optional<Kind> kind; std::string message; } cases[] = {
       {Matches{"/w"}, "", {}, ""},
       {UnknownModel{"/w"}, "", {}, ""},
       {ServingOtherFile{"/w", "/o"},

@@ -94,11 +94,7 @@ TEST(WindowContentReader, anExcludedAppIsNeverCaptured) {
 }
 
 TEST(WindowContentReader, whatFailsIsLeftOut) {
-  const struct {
-    std::function<void(Desk&)> arrange;
-    WindowContentReader::Content want;
-    const char* line;
-  } cases[] = {
+  const struct { std::function<void(Desk&)> arrange; WindowContentReader::Content want; const char* line; } cases[] = {
       {[](Desk& d) { d.screen.failure.emplace(ScreenCaptureError::Kind::refused, "the display refuses"); }, {},
        "no screenshot: the display refuses"},
       {[](Desk& d) { d.recognizer->outcome = TextRecognizer::TimedOut{}; }, {.description = "a person writes", .screenshotAtMs = 42},

@@ -21,26 +21,22 @@ std::string repeat(std::string_view piece, std::size_t times) {
 }
 
 TEST(CoachSanityChecks, degenerationReason) {
-  const struct {
-    std::string text;
-    std::optional<std::string> want;
-  } cases[] = {{" \n ", {}},
-               {repeat("ab", 1000), {}},
-               {"\n" + repeat("ab", 1000) + "  ", {}},
-               {repeat("ab", 1000) + "c", "length=2001 limit=2000"},
-               {repeat("é!", 1000), {}},
-               {"so " + repeat("x", 19), {}},
-               {"so " + repeat("x", 20) + " so", "repeated_run=20 limit=20"},
-               {"a" + repeat(" ", 20) + "b", "repeated_run=20 limit=20"},
-               {repeat("👨‍👩‍👧", 20), "repeated_run=20 limit=20"},
-               {repeat("e\u0301", 20), "repeated_run=20 limit=20"}};
+  const struct { std::string text; std::optional<std::string> want; } cases[] = {
+      {" \n ", {}},
+      {repeat("ab", 1000), {}},
+      {"\n" + repeat("ab", 1000) + "  ", {}},
+      {repeat("ab", 1000) + "c", "length=2001 limit=2000"},
+      {repeat("é!", 1000), {}},
+      {"so " + repeat("x", 19), {}},
+      {"so " + repeat("x", 20) + " so", "repeated_run=20 limit=20"},
+      {"a" + repeat(" ", 20) + "b", "repeated_run=20 limit=20"},
+      {repeat("👨‍👩‍👧", 20), "repeated_run=20 limit=20"},
+      {repeat("e\u0301", 20), "repeated_run=20 limit=20"}};
   for (const auto& c : cases) EXPECT_EQ(CoachSanityChecks::degenerationReason(c.text), c.want) << c.text.substr(0, 40);
 }
 
 TEST(CoachSanityChecks, leakedCallsAreTakenOut) {
-  const struct {
-    std::string text, want;
-  } cases[] = {
+  const struct { std::string text, want; } cases[] = {
       {"Fine as it is.", "Fine as it is."},
       {" Untouched, blanks and all ", " Untouched, blanks and all "},
       {"I wrote (go quiet) and {x}", "I wrote (go quiet) and {x}"},
@@ -174,19 +170,16 @@ TEST(NightlyCoachOutputAudit, evaluate) {
   EXPECT_EQ(kept->detail.find("findings")->arrayValue()->size(), 6u);
   EXPECT_EQ(NightlyCoachOutputAudit::displayText(*kept), "The nightly coach-output audit found something odd overnight.");
 
-  const struct {
-    std::vector<EventLogEvent> events;
-    const char* line;
-    std::optional<std::string> type;
-  } cases[] = {{{},
-                "coach output audit: not evaluated: no events in the log yet -- nothing to check (fresh install).",
-                "coach_output_audit_empty_window"},
-               {{said(at(9, 0, 0, 1), "coach", "x")},
-                "coach output audit: not evaluated: no events at all in the last 25h, though the log holds 1 event(s) overall -- the event "
-                "log itself "
-                "has gone quiet",
-                "coach_output_audit_empty_window"},
-               {{said(at(12, 0), "coach", "Still the essay?")}, "coach output audit: clean.", {}}};
+  const struct { std::vector<EventLogEvent> events; const char* line; std::optional<std::string> type; } cases[] = {
+      {{},
+       "coach output audit: not evaluated: no events in the log yet -- nothing to check (fresh install).",
+       "coach_output_audit_empty_window"},
+      {{said(at(9, 0, 0, 1), "coach", "x")},
+       "coach output audit: not evaluated: no events at all in the last 25h, though the log holds 1 event(s) overall -- the event "
+       "log itself "
+       "has gone quiet",
+       "coach_output_audit_empty_window"},
+      {{said(at(12, 0), "coach", "Still the essay?")}, "coach output audit: clean.", {}}};
   for (const auto& c : cases) {
     const auto quiet = NightlyCoachOutputAudit::evaluate(c.events, at(13, 0));
     EXPECT_EQ(quiet.logLines.back(), c.line);

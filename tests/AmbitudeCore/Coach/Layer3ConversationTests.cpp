@@ -72,12 +72,10 @@ TEST(Layer3Conversation, theLogAsTheModelSeesIt) {
 }
 
 TEST(Layer3Conversation, gapMarker) {
-  const struct {
-    double minutes;
-    const char* want;
-  } cases[] = {{1, "— 1 minute later —"},  {10.4, "— 10 minutes later —"}, {59.4, "— 59 minutes later —"}, {59.5, "— 1 hour later —"},
-               {74, "— 1 hour later —"},   {76, "— 1.5 hours later —"},    {90, "— 1.5 hours later —"},    {104, "— 1.5 hours later —"},
-               {105, "— 2 hours later —"}, {750, "— 12.5 hours later —"}};
+  const struct { double minutes; const char* want; } cases[] = {
+      {1, "— 1 minute later —"},  {10.4, "— 10 minutes later —"}, {59.4, "— 59 minutes later —"}, {59.5, "— 1 hour later —"},
+      {74, "— 1 hour later —"},   {76, "— 1.5 hours later —"},    {90, "— 1.5 hours later —"},    {104, "— 1.5 hours later —"},
+      {105, "— 2 hours later —"}, {750, "— 12.5 hours later —"}};
   for (const auto& c : cases) EXPECT_EQ(Layer3Conversation::gapMarker(static_cast<std::int64_t>(c.minutes * 60'000)), c.want) << c.minutes;
 }
 

@@ -20,17 +20,14 @@ ToolCall tea() { return {"write_current_intention", JSONObject{{"notes", "tea <|
 ToolCall noQuiet() { return {"go_quiet", JSONObject{{"message", "Quiet till 4."}}}; }
 
 TEST(Layer3CoachLoop, callsWithoutWordsAreAnsweredAndAskedOnceMore) {
-  const struct {
-    const char* name;
-    ChatResponse first;
-    bool isAskedAgain;
-  } cases[] = {{"words and a call", {.text = "Noted.", .toolCalls = {tea()}}, false},
-               {"a call alone", {.text = " ", .toolCalls = {tea()}}, true},
-               {"a call whose message serves", {.toolCalls = {{"go_quiet", JSONObject{{"minutes", 9}, {"message", "Ok."}}}}}, false},
-               {"a refused call's message does not", {.toolCalls = {noQuiet()}}, true},
-               {"calls of no tool", {.toolCalls = {{"sudo", JSONObject{}}}}, false},
-               {"cut off", {.toolCalls = {tea()}, .truncated = true}, false},
-               {"nothing", {}, false}};
+  const struct { const char* name; ChatResponse first; bool isAskedAgain; } cases[] = {
+      {"words and a call", {.text = "Noted.", .toolCalls = {tea()}}, false},
+      {"a call alone", {.text = " ", .toolCalls = {tea()}}, true},
+      {"a call whose message serves", {.toolCalls = {{"go_quiet", JSONObject{{"minutes", 9}, {"message", "Ok."}}}}}, false},
+      {"a refused call's message does not", {.toolCalls = {noQuiet()}}, true},
+      {"calls of no tool", {.toolCalls = {{"sudo", JSONObject{}}}}, false},
+      {"cut off", {.toolCalls = {tea()}, .truncated = true}, false},
+      {"nothing", {}, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     test::ScriptedBackend backend;

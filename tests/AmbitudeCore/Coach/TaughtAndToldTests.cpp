@@ -42,11 +42,7 @@ TEST(EventTable, whatIsWrittenIsReadBack) {
                                                     CorrectJudgmentGuard::Verdict::allowed, calendar).back();
   CoachServiceStatus status({.retryableThreshold = 1});
   const auto problem = status.observe(ModelBackendError::transportError("x"), 1), restored = status.observeSuccess(2, false);
-  const struct {
-    const char* type;
-    EventLogEvent row;
-    std::function<bool(const Rows&)> isRead;
-  } table[] = {
+  const struct { const char* type; EventLogEvent row; std::function<bool(const Rows&)> isRead; } table[] = {
       {"do_not_disturb", DoNotDisturbEvent::make({.minutes = 20, .expectation = "x", .asOfMs = 5}),
        [](const Rows& rows) { return DoNotDisturbWindow::latest(rows, 5) == DoNotDisturbWindow{5, 1'200'005, "x", {}}; }},
       {"do_not_disturb_ended",

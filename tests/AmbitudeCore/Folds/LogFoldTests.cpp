@@ -24,19 +24,16 @@ EventLogEvent event(std::int64_t ms, std::string type, JSONObject detail = {}) {
 }
 
 TEST(Declaration, decode) {
-  const struct {
-    const char* name;
-    EventLogEvent row;
-    std::optional<Declaration> want;
-  } cases[] = {{"notes win over task", event(1, "task_declared", {{"notes", " a \n"}, {"task", "b"}}), Declaration{1, "a", {}, {}}},
-               {"task when notes is no text", event(1, "task_declared", {{"notes", 3}, {"task", "b"}, {"until", "5pm"}}),
-                Declaration{1, "b", {}, "5pm"}},
-               {"blank notes are no declaration, task or not", event(1, "task_declared", {{"notes", " "}, {"task", "b"}}), std::nullopt},
-               {"minutes as digits, until as null",
-                event(1, "task_declared", {{"task", "b"}, {"horizon_minutes", "45"}, {"until", nullptr}}), Declaration{1, "b", 45, {}}},
-               {"minutes out of range", event(1, "task_declared", {{"task", "b"}, {"horizon_minutes", 0}}), Declaration{1, "b", {}, {}}},
-               {"another type", event(1, "task_cleared", {{"task", "b"}}), std::nullopt},
-               {"detail is no object", EventLogEvent{.tsMs = 1, .type = "task_declared", .detail = JSONValue("x")}, std::nullopt}};
+  const struct { const char* name; EventLogEvent row; std::optional<Declaration> want; } cases[] = {
+      {"notes win over task", event(1, "task_declared", {{"notes", " a \n"}, {"task", "b"}}), Declaration{1, "a", {}, {}}},
+      {"task when notes is no text", event(1, "task_declared", {{"notes", 3}, {"task", "b"}, {"until", "5pm"}}),
+       Declaration{1, "b", {}, "5pm"}},
+      {"blank notes are no declaration, task or not", event(1, "task_declared", {{"notes", " "}, {"task", "b"}}), std::nullopt},
+      {"minutes as digits, until as null",
+       event(1, "task_declared", {{"task", "b"}, {"horizon_minutes", "45"}, {"until", nullptr}}), Declaration{1, "b", 45, {}}},
+      {"minutes out of range", event(1, "task_declared", {{"task", "b"}, {"horizon_minutes", 0}}), Declaration{1, "b", {}, {}}},
+      {"another type", event(1, "task_cleared", {{"task", "b"}}), std::nullopt},
+      {"detail is no object", EventLogEvent{.tsMs = 1, .type = "task_declared", .detail = JSONValue("x")}, std::nullopt}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(Declaration::decode(c.row), c.want);

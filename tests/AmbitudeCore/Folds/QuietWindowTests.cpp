@@ -128,14 +128,11 @@ TEST(DoNotDisturbWindow, latest) {
   const auto ended = [](std::int64_t ms, std::int64_t start, const char* reason) {
     return event(ms, "do_not_disturb_ended", {{"window_start_ts_ms", start}, {"reason", reason}});
   };
-  const struct {
-    const char* name;
-    std::vector<EventLogEvent> events;
-    std::int64_t endMs;
-  } cases[] = {{"its timer", {begun}, 100},
-               {"broken", {begun, ended(40, 10, "pattern_broke"), ended(60, 10, "break_taken")}, 40},
-               {"the timer's own end is not early", {begun, ended(103, 10, "expired")}, 100},
-               {"another window's end", {begun, ended(40, 9, "break_taken")}, 100}};
+  const struct { const char* name; std::vector<EventLogEvent> events; std::int64_t endMs; } cases[] = {
+      {"its timer", {begun}, 100},
+      {"broken", {begun, ended(40, 10, "pattern_broke"), ended(60, 10, "break_taken")}, 40},
+      {"the timer's own end is not early", {begun, ended(103, 10, "expired")}, 100},
+      {"another window's end", {begun, ended(40, 9, "break_taken")}, 100}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const auto window = DoNotDisturbWindow::latest(c.events, 200);
@@ -193,11 +190,7 @@ TEST(CoachProjection, quietNotices) {
                             "list of things you failed to answer.";
   const auto timer = start + 20 * 60'000;
   using Notices = std::vector<CoachProjection::Notice>;
-  const struct {
-    const char* name;
-    std::vector<EventLogEvent> events;
-    Notices want;
-  } cases[] = {
+  const struct { const char* name; std::vector<EventLogEvent> events; Notices want; } cases[] = {
       {"a break", {begun(start, "x"), ended(DoNotDisturbEndReason::breakTaken)},
        {{start + 60'000, "notice: you asked to hold messages at 15:00; they took a break, so the window ended early." + piled}}},
       {"another pattern", {begun(start, "more \"cats\""), ended(DoNotDisturbEndReason::patternBroke)},

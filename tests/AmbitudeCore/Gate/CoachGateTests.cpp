@@ -13,21 +13,19 @@ const GateOutcome mail = GateDecided{{.summaryForCoach = "they are in Mail", .sh
 const std::string mailReply = R"(Sure! {"summary_for_coach":"they are in Mail","should_check_in":false} Hope that helps)";
 
 TEST(CoachGateSchema, parse) {
-  const struct {
-    std::string text;
-    GateOutcome want;
-  } cases[] = {{mailReply, mail},
-               {"```json\n{\"should_check_in\":true,\"summary_for_coach\":\"s\"}\n```", GateDecided{{"s", true}}},
-               {" \n", GateFailed{"empty response"}},
-               {"}{", GateFailed{"no JSON object found"}},
-               {"no", GateFailed{"no JSON object found"}},
-               {"{\"a\":1", GateFailed{"no JSON object found"}},
-               {"{a} and {b}", GateFailed{"not a JSON object"}},
-               {R"({"should_check_in":true})", GateFailed{"missing or non-string `summary_for_coach`"}},
-               {R"({"summary_for_coach":1,"should_check_in":true})", GateFailed{"missing or non-string `summary_for_coach`"}},
-               {R"({"summary_for_coach":"s"})", GateFailed{"missing or non-boolean `should_check_in`"}},
-               {R"({"summary_for_coach":"s","should_check_in":"true"})", GateFailed{"missing or non-boolean `should_check_in`"}},
-               {R"({"summary_for_coach":"s","should_check_in":1})", GateFailed{"missing or non-boolean `should_check_in`"}}};
+  const struct { std::string text; GateOutcome want; } cases[] = {
+      {mailReply, mail},
+      {"```json\n{\"should_check_in\":true,\"summary_for_coach\":\"s\"}\n```", GateDecided{{"s", true}}},
+      {" \n", GateFailed{"empty response"}},
+      {"}{", GateFailed{"no JSON object found"}},
+      {"no", GateFailed{"no JSON object found"}},
+      {"{\"a\":1", GateFailed{"no JSON object found"}},
+      {"{a} and {b}", GateFailed{"not a JSON object"}},
+      {R"({"should_check_in":true})", GateFailed{"missing or non-string `summary_for_coach`"}},
+      {R"({"summary_for_coach":1,"should_check_in":true})", GateFailed{"missing or non-string `summary_for_coach`"}},
+      {R"({"summary_for_coach":"s"})", GateFailed{"missing or non-boolean `should_check_in`"}},
+      {R"({"summary_for_coach":"s","should_check_in":"true"})", GateFailed{"missing or non-boolean `should_check_in`"}},
+      {R"({"summary_for_coach":"s","should_check_in":1})", GateFailed{"missing or non-boolean `should_check_in`"}}};
   for (const auto& c : cases) EXPECT_EQ(CoachGateSchema::parse(c.text), c.want) << c.text;
 }
 

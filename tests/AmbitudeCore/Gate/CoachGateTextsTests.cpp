@@ -15,11 +15,7 @@ namespace {
 // The digests were taken of the texts' source, outside this program. A text that changes changes what the gate was measured with, and every
 // session id: change it on purpose or not at all.
 TEST(CoachGateTexts, standLetterByLetter) {
-  const struct {
-    const char* name;
-    std::string_view text;
-    const char* sha256;
-  } cases[] = {
+  const struct { const char* name; std::string_view text; const char* sha256; } cases[] = {
       {"rules", CoachGateRules::text, "25a9ee1afe6eaeca2c25fb6cf19e15d8756cccf299953d68e01bfa5a8edc5b89"},
       {"low-effort note", CoachGateRules::lowEffortNote, "eea65313966b7d3f3dbf82332031a48ba74e77d6425b54133a5598beec884848"},
       {"plain prefix", CoachGateRules::prefix(false), "25a9ee1afe6eaeca2c25fb6cf19e15d8756cccf299953d68e01bfa5a8edc5b89"},

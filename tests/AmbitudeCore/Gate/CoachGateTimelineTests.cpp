@@ -63,11 +63,7 @@ TEST(CoachGateTimeline, anAfternoon) {
 }
 
 TEST(CoachGateTimeline, declarations) {
-  const struct {
-    const char* name;
-    Events events;
-    std::string want;
-  } cases[] = {
+  const struct { const char* name; Events events; std::string want; } cases[] = {
       {"nothing", {}, ""},
       {"old and in force: dated", {declared(at(9, 15, 0, 1), "thesis")}, "at Mar 1, 9:15 they declared: \"thesis\", with no time limit"},
       {"old and cleared: gone, the clear too", {declared(at(9, 15, 0, 1), "thesis"), event(at(9, 16, 0, 1), "task_cleared")}, ""},
@@ -90,11 +86,7 @@ TEST(CoachGateTimeline, declarations) {
 
 TEST(CoachGateTimeline, chat) {
   const std::string long241(241, 'x');
-  const struct {
-    const char* name;
-    Events events;
-    std::string want;
-  } cases[] = {
+  const struct { const char* name; Events events; std::string want; } cases[] = {
       {"a long message is cut", {said(at(14, 0), "user", long241)}, "at 14:00 they said: \"" + std::string(240, 'x') + "…\""},
       {"240 characters are not", {said(at(14, 0), "user", long241.substr(1))}, "at 14:00 they said: \"" + std::string(240, 'x') + "\""},
       {"two of the coach's in a row: both asked, neither answered", {said(at(14, 0), "coach", "a"), said(at(14, 1), "coach", "b")},
@@ -122,11 +114,7 @@ TEST(CoachGateTimeline, statesAndObservation) {
   const std::string moved = "at 14:00 the classifier moved to ON_TASK";
   const std::string seen = "the classifier's latest observation is from 14:00: ON_TASK, firefox frontmost";
   const std::string blind = ": Lark's own window was frontmost, which says nothing about what they are doing, so it did not judge";
-  const struct {
-    const char* name;
-    Ticks ticks;
-    std::string want;
-  } cases[] = {
+  const struct { const char* name; Ticks ticks; std::string want; } cases[] = {
       {"one minute, and less than one",
        {tick(at(14, 0), "ON_TASK"), tick(at(14, 0, 30), "ON_TASK"), tick(at(14, 1), "IDLE"), tick(at(14, 1, 30), "IDLE"),
         tick(at(14, 1, 59), "NO_TASK")},

@@ -75,15 +75,12 @@ TEST(GateGapAnalysis, gapsAndHoles) {
     for (const auto ms : moments) records.push_back({.atMs = ms, .decision = "no_check_in"});
     return records;
   };
-  const struct {
-    const char* name;
-    std::vector<std::int64_t> moments;
-    Gaps gaps, holes;
-  } cases[] = {{"no records", {}, {}, {{500, 1000, true}}},
-               {"one old record", {100}, {{100, 1000, true}}, {{500, 1000, true}}},
-               {"exactly the threshold, out of order", {950, 600, 700}, {{600, 700, false}, {700, 950, false}},
-                {{500, 600, false}, {600, 700, false}, {700, 950, false}}},
-               {"just under it", {599, 698, 797, 896, 995}, {}, {}}};
+  const struct { const char* name; std::vector<std::int64_t> moments; Gaps gaps, holes; } cases[] = {
+      {"no records", {}, {}, {{500, 1000, true}}},
+      {"one old record", {100}, {{100, 1000, true}}, {{500, 1000, true}}},
+      {"exactly the threshold, out of order", {950, 600, 700}, {{600, 700, false}, {700, 950, false}},
+       {{500, 600, false}, {600, 700, false}, {700, 950, false}}},
+      {"just under it", {599, 698, 797, 896, 995}, {}, {}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(GateGapAnalysis::gaps(at(c.moments), 1000, 100), c.gaps);

@@ -7,13 +7,10 @@ namespace halvo::GatePollingCadence {
 namespace {
 
 TEST(GatePollingCadence, classify) {
-  const struct {
-    std::optional<std::string> state;
-    std::optional<double> idle;
-    Regime want;
-  } cases[] = {{"ON_TASK", 300.0, Regime::onTask},  {"ON_TASK", 300.1, Regime::away},   {std::nullopt, 301, Regime::away},
-               {std::nullopt, {}, Regime::unknown}, {"IDLE", 0, Regime::away},          {"NOT_ALIGNED", {}, Regime::notAligned},
-               {"NO_TASK", {}, Regime::noTask},     {"ABSTAINED", {}, Regime::unknown}, {"on_task", {}, Regime::unknown}};
+  const struct { std::optional<std::string> state; std::optional<double> idle; Regime want; } cases[] = {
+      {"ON_TASK", 300.0, Regime::onTask},  {"ON_TASK", 300.1, Regime::away},   {std::nullopt, 301, Regime::away},
+      {std::nullopt, {}, Regime::unknown}, {"IDLE", 0, Regime::away},          {"NOT_ALIGNED", {}, Regime::notAligned},
+      {"NO_TASK", {}, Regime::noTask},     {"ABSTAINED", {}, Regime::unknown}, {"on_task", {}, Regime::unknown}};
   for (const auto& c : cases) EXPECT_EQ(classify(c.state, c.idle, 300), c.want) << c.state.value_or("absent") << " " << c.idle.value_or(-1);
 }
 
@@ -28,27 +25,23 @@ TEST(GatePollingCadence, decide) {
   const State last{.lastConsultedAtMs = 1'000'000, .regime = Regime::onTask, .declaredTask = "essay", .intervalSec = 240};
   const auto moment = [](std::int64_t sec, Regime regime = Regime::onTask, std::optional<std::string> task = "essay", bool boundary = false,
                          bool meds = false) { return Moment{1'000'000 + sec * 1000, regime, std::move(task), boundary, meds}; };
-  const struct {
-    const char* name;
-    std::optional<State> last;
-    Moment now;
-    Decision want;
-  } cases[] = {{"nothing remembered", {}, moment(0), Consult{NoPriorState{}}},
-               {"a second early", last, moment(239), Skip{1}},
-               {"due", last, moment(240), Consult{IntervalElapsed{}}},
-               {"the clock stepped back", last, moment(-3600), Skip{240}},
-               {"a change of regime is not held to the floor", last, moment(1, Regime::notAligned),
-                Consult{RegimeChanged{Regime::onTask, Regime::notAligned}}},
-               {"another task", last, moment(1, Regime::onTask, "walk"), Consult{DeclaredTaskChanged{}}},
-               {"no task any more", last, moment(1, Regime::onTask, std::nullopt), Consult{DeclaredTaskChanged{}}},
-               {"the boundary holds a change to the floor", last, moment(59, Regime::notAligned, "essay", true), Skip{1}},
-               {"the boundary, at the floor", last, moment(60, Regime::notAligned, "walk", true, true), Consult{BoundaryWindow{}}},
-               {"medication, at the floor", last, moment(60, Regime::onTask, "essay", false, true), Consult{MedsAskDue{}}},
-               {"medication can't be asked of someone away", State{1'000'000, Regime::away, "essay", 60},
-                moment(59, Regime::away, "essay", false, true), Skip{1}},
-               {"the boundary neither", last, moment(1, Regime::away, "essay", true), Consult{RegimeChanged{Regime::onTask, Regime::away}}},
-               {"an interval from an older configuration", State{1'000'000, Regime::notAligned, "essay", 900},
-                moment(60, Regime::notAligned), Consult{IntervalElapsed{}}}};
+  const struct { const char* name; std::optional<State> last; Moment now; Decision want; } cases[] = {
+      {"nothing remembered", {}, moment(0), Consult{NoPriorState{}}},
+      {"a second early", last, moment(239), Skip{1}},
+      {"due", last, moment(240), Consult{IntervalElapsed{}}},
+      {"the clock stepped back", last, moment(-3600), Skip{240}},
+      {"a change of regime is not held to the floor", last, moment(1, Regime::notAligned),
+       Consult{RegimeChanged{Regime::onTask, Regime::notAligned}}},
+      {"another task", last, moment(1, Regime::onTask, "walk"), Consult{DeclaredTaskChanged{}}},
+      {"no task any more", last, moment(1, Regime::onTask, std::nullopt), Consult{DeclaredTaskChanged{}}},
+      {"the boundary holds a change to the floor", last, moment(59, Regime::notAligned, "essay", true), Skip{1}},
+      {"the boundary, at the floor", last, moment(60, Regime::notAligned, "walk", true, true), Consult{BoundaryWindow{}}},
+      {"medication, at the floor", last, moment(60, Regime::onTask, "essay", false, true), Consult{MedsAskDue{}}},
+      {"medication can't be asked of someone away", State{1'000'000, Regime::away, "essay", 60},
+       moment(59, Regime::away, "essay", false, true), Skip{1}},
+      {"the boundary neither", last, moment(1, Regime::away, "essay", true), Consult{RegimeChanged{Regime::onTask, Regime::away}}},
+      {"an interval from an older configuration", State{1'000'000, Regime::notAligned, "essay", 900},
+       moment(60, Regime::notAligned), Consult{IntervalElapsed{}}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(decide(c.last, c.now), c.want);

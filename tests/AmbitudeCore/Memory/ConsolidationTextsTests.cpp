@@ -144,13 +144,11 @@ TEST(ConsolidationParsing, regeneration) {
 }
 
 TEST(ConsolidationParsing, whyItWasSalvaged) {
-  const struct {
-    ChatResponse response;
-    const char* want;
-  } cases[] = {{{.text = "sorry", .thinking = "..."}, "the reply was complete (5 chars) but was not the JSON asked for"},
-               {{.text = "", .thinking = "hmmm", .truncated = true},
-                "the reply was cut off before any answer was written (4chars of thinking filled the model's limit)"},
-               {{.text = "{\"th", .truncated = true}, "the reply was cut off after 4 chars, before the JSON closed"}};
+  const struct { ChatResponse response; const char* want; } cases[] = {
+      {{.text = "sorry", .thinking = "..."}, "the reply was complete (5 chars) but was not the JSON asked for"},
+      {{.text = "", .thinking = "hmmm", .truncated = true},
+       "the reply was cut off before any answer was written (4chars of thinking filled the model's limit)"},
+      {{.text = "{\"th", .truncated = true}, "the reply was cut off after 4 chars, before the JSON closed"}};
   for (const auto& c : cases) EXPECT_EQ(ConsolidationParsing::salvageDetail(c.response), c.want);
   const auto lines = ConsolidationParsing::excerptLines("a\nb " + std::string(300, 'x') + " sk-or-v1-" + std::string(64, 'a') + " end");
   EXPECT_EQ(lines[0], "  response head: a b " + std::string(196, 'x'));

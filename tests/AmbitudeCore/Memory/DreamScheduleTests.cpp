@@ -18,11 +18,7 @@ TEST(DreamSchedule, evaluate) {
   const auto ago = [](std::int64_t sec) { return now - sec * 1000; };
   const Hold upToDate{"no pending periods -- memory is up to date"},
       present{"he's at the machine -- dreaming can wait for a locked screen"};
-  const struct {
-    const char* name;
-    Snapshot snapshot;
-    Decision want;
-  } cases[] = {
+  const struct { const char* name; Snapshot snapshot; Decision want; } cases[] = {
       {"nothing due", {.pendingPeriodCount = 0, .presence = Presence::away}, upToDate},
       {"a pass 3599 s ago", {1, Presence::away, {}, ago(3599)}, Hold{"last pass ended 59 min ago"}},
       {"a pass 3600 s ago", {1, Presence::away, {}, ago(3600)}, Dream{1}},
@@ -60,11 +56,7 @@ TEST(DreamGuardrails, theMostSevereSignalDecides) {
   const LowPower serious{"OS thermal state serious — system is under real thermal pressure; shedding load"};
   const Pause unreadable{"battery draining, charge unreadable — holding to protect the reserve"};
   const Pause floor{"30% draining ≤ floor 30% — holding to protect the reserve"};
-  const struct {
-    const char* name;
-    Snapshot snapshot;
-    Decision want;
-  } cases[] = {
+  const struct { const char* name; Snapshot snapshot; Decision want; } cases[] = {
       {"nothing known", {}, Proceed{}},
       {"45.0 degrees", {.distantTempC = 45.0}, hot},
       {"44.9 degrees", {.distantTempC = 44.9}, Proceed{}},

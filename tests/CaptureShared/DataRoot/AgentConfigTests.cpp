@@ -118,9 +118,8 @@ TEST(AgentConfig, seedingAddsOnlyWhatIsMissing) {
 }
 
 TEST(AgentConfig, showsAStoredKeyByItsEnd) {
-  const struct {
-    std::optional<std::string> secret, shown;
-  } cases[] = {{{}, {}}, {"", {}}, {"1234567", "…"}, {"12345678", "…5678"}, {"ééééöäüß", "…öäüß"}};
+  const struct { std::optional<std::string> secret, shown; } cases[] = {
+      {{}, {}}, {"", {}}, {"1234567", "…"}, {"12345678", "…5678"}, {"ééééöäüß", "…öäüß"}};
   for (const auto& c : cases) EXPECT_EQ(AgentConfig::redactedSuffix(c.secret), c.shown);
 }
 

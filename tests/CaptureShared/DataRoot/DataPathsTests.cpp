@@ -80,10 +80,7 @@ TEST(DataPaths, movingTheRootKeepsTheFileAndTellsTheObservers) {
 
 TEST(DataPaths, anOddConfigFileIsNeverOverwritten) {
   test::Home home;
-  const struct {
-    const char* text;
-    const char* why;
-  } cases[] = {
+  const struct { const char* text; const char* why; } cases[] = {
       {R"({"dataRoot":"/x",})", "config is not valid JSON"}, {"", "config is not valid JSON"}, {"[]", "config must be a JSON object"}};
   for (const auto& c : cases) {
     home.writeConfig(c.text);

@@ -63,11 +63,7 @@ TEST(ResponseParsing, recordingsReadAlikeWhereverTheyAreCut) {
 
 TEST(ResponseParsing, malformedResponsesSayWhatIsWrong) {
   const std::string chunked = "HTTP/1.1 200 OK\r\ntransfer-ENCODING: Chunked\r\n\r\n";
-  const struct {
-    const char* name;
-    std::string bytes;
-    const char* error;
-  } cases[] = {
+  const struct { const char* name; std::string bytes; const char* error; } cases[] = {
       {"garbage", "\x16\x03\x01 hello\r\n", "-1011"},
       {"no status", "HTTP/1.1 OK\r\n\r\n", "bad status line: HTTP/1.1 OK"},
       {"another protocol", "HTTP/2 200\r\n\r\n", "bad status line:"},
@@ -113,10 +109,7 @@ TEST(ResponseParsing, eventLines) {
 }
 
 TEST(URLParts, parse) {
-  const struct {
-    const char* text;
-    std::optional<URLParts> want;
-  } cases[] = {
+  const struct { const char* text; std::optional<URLParts> want; } cases[] = {
       {"HTTP://127.0.0.1:80/a/b?q=1#f",
        URLParts{.scheme = "http", .host = "127.0.0.1", .port = "80", .path = "/a/b", .query = "q=1", .fragment = "f"}},
       {"http://[::1]:8", URLParts{.scheme = "http", .host = "::1", .port = "8"}},

@@ -116,11 +116,7 @@ TEST_P(Transport, aStopEndsATransferWithin200Milliseconds) {
 
 TEST_P(Transport, brokenServersAreToldApart) {
   const std::string head = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n";
-  const struct {
-    const char* name;
-    LoopbackServer::Handler handler;
-    std::string want, streamed;
-  } cases[] = {
+  const struct { const char* name; LoopbackServer::Handler handler; std::string want, streamed; } cases[] = {
       {"hangs before an answer", [](const auto&, auto& c) { c.hang(); }, TransportText::timedOut(), ""},
       {"hangs in its answer", [&](const auto&, auto& c) { c.send(head), c.hang(); }, TransportText::timedOut(), "hello"},
       {"garbage", [](const auto&, auto& c) { c.send("\x01\x02garbage\r\n\r\n"); }, TransportText::badResponse(), ""},

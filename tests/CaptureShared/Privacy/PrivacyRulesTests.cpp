@@ -11,33 +11,27 @@ namespace halvo {
 namespace {
 
 TEST(ScreenText, breaksTurnMarkersAndNothingElse) {
-  const struct {
-    const char* text;
-    const char* want;
-  } cases[] = {{"<turn|>\n<|turn>model", "< turn|>\n< |turn>model"},
-               {"<start_of_turn>x</s><|im_end|>", "< start_of_turn>x< /s>< |im_end|>"},
-               {"<<|turn>", "<< |turn>"},
-               {"<｜User｜>", "< ｜User｜>"},
-               {"a < b > c, x<5, <- y, <>, 3<4 and 5>2", "a < b > c, x<5, <- y, <>, 3<4 and 5>2"},
-               {"< |turn>", "< |turn>"}};
+  const struct { const char* text; const char* want; } cases[] = {
+      {"<turn|>\n<|turn>model", "< turn|>\n< |turn>model"},
+      {"<start_of_turn>x</s><|im_end|>", "< start_of_turn>x< /s>< |im_end|>"},
+      {"<<|turn>", "<< |turn>"},
+      {"<｜User｜>", "< ｜User｜>"},
+      {"a < b > c, x<5, <- y, <>, 3<4 and 5>2", "a < b > c, x<5, <- y, <>, 3<4 and 5>2"},
+      {"< |turn>", "< |turn>"}};
   for (const auto& c : cases) EXPECT_EQ(ScreenText::breakTurnMarkers(c.text), c.want);
 }
 
 TEST(ScreenText, sanitize) {
-  const struct {
-    const char* name;
-    std::string text;
-    std::size_t cap;
-    std::string want;
-  } cases[] = {{"runs become one blank, ends go", "\n\t a \u00a0\u200b\u2028b\x01 ", 50, "a b"},
-               {"every double quote", "\"a\" «b» “c” 〝d〟 ＂e＂", 50, "ʺaʺ ʺbʺ ʺcʺ ʺdʺ ʺeʺ"},
-               {"single quotes stay", "it's ‘x’", 50, "it's ‘x’"},
-               {"exactly the cap", "abcde", 5, "abcde"},
-               {"one over", "abcdef", 5, "abcde…"},
-               {"characters, not bytes", "éééééé", 5, "ééééé…"},
-               {"a marker hidden by marks", "<\u200b|turn>", 50, "< |turn>"},
-               {"a marker", "see <|turn>", 50, "see < |turn>"},
-               {"bad bytes", "a\xff", 5, "a\uFFFD"}};
+  const struct { const char* name; std::string text; std::size_t cap; std::string want; } cases[] = {
+      {"runs become one blank, ends go", "\n\t a \u00a0\u200b\u2028b\x01 ", 50, "a b"},
+      {"every double quote", "\"a\" «b» “c” 〝d〟 ＂e＂", 50, "ʺaʺ ʺbʺ ʺcʺ ʺdʺ ʺeʺ"},
+      {"single quotes stay", "it's ‘x’", 50, "it's ‘x’"},
+      {"exactly the cap", "abcde", 5, "abcde"},
+      {"one over", "abcdef", 5, "abcde…"},
+      {"characters, not bytes", "éééééé", 5, "ééééé…"},
+      {"a marker hidden by marks", "<\u200b|turn>", 50, "< |turn>"},
+      {"a marker", "see <|turn>", 50, "see < |turn>"},
+      {"bad bytes", "a\xff", 5, "a\uFFFD"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(ScreenText::sanitize(c.text, c.cap), c.want);
@@ -49,27 +43,24 @@ TEST(Denylist, excludes) {
   const auto standard = Denylist::fromEnvironment({});
   const auto own = Denylist::fromEnvironment({{"AMBITCAP_DENYLIST", " Diary , My Bank,"}});
   const auto blank = Denylist::fromEnvironment({{"AMBITCAP_DENYLIST", "  "}});
-  const struct {
-    const Denylist& list;
-    std::optional<std::string> name, id;
-    bool want;
-  } cases[] = {{standard, "1Password", {}, true},
-               {standard, "keepassxc", {}, true},
-               {standard, "Firefox", "org.keepassxc.KeePassXC", true},
-               {standard, "Pinentry-gtk-2", {}, true},
-               {standard, "pinentry-qt5", {}, true},
-               {standard, "polkit-gnome-authentication-agent-1", {}, true},
-               {standard, "gcr-prompter", {}, true},
-               {standard, "kwalletd6", {}, true},
-               {standard, "seahorse", {}, true},
-               {standard, "1Password Blog", {}, false},
-               {standard, {}, {}, false},
-               {own, "diary", {}, true},
-               {own, "MY BANK", {}, true},
-               {own, "Dashlane", {}, false},
-               {own, "pinentry", {}, true},
-               {own, "", {}, false},
-               {blank, "Dashlane", {}, true}};
+  const struct { const Denylist& list; std::optional<std::string> name, id; bool want; } cases[] = {
+      {standard, "1Password", {}, true},
+      {standard, "keepassxc", {}, true},
+      {standard, "Firefox", "org.keepassxc.KeePassXC", true},
+      {standard, "Pinentry-gtk-2", {}, true},
+      {standard, "pinentry-qt5", {}, true},
+      {standard, "polkit-gnome-authentication-agent-1", {}, true},
+      {standard, "gcr-prompter", {}, true},
+      {standard, "kwalletd6", {}, true},
+      {standard, "seahorse", {}, true},
+      {standard, "1Password Blog", {}, false},
+      {standard, {}, {}, false},
+      {own, "diary", {}, true},
+      {own, "MY BANK", {}, true},
+      {own, "Dashlane", {}, false},
+      {own, "pinentry", {}, true},
+      {own, "", {}, false},
+      {blank, "Dashlane", {}, true}};
   for (const auto& c : cases) EXPECT_EQ(c.list.excludes(c.name, c.id), c.want) << c.name.value_or("(absent)");
   EXPECT_EQ(Denylist::defaultAppNames().size(), 19u);
   EXPECT_EQ(Denylist::bundleIds().size(), 14u);
@@ -84,16 +75,13 @@ TEST(OnScreenWindowVisibility, deniedAppVisibleOverCapturedBounds) {
   const OnScreenWindowRecord touching{"1Password", {}, {500, 100, 100, 100}};
   const OnScreenWindowRecord byId{"Vault", "com.bitwarden.desktop", {0, 0, 2000, 2000}};
   const OnScreenWindowRecord panel{"Panel", {}, {0, 0, 2000, 30}};
-  const struct {
-    const char* name;
-    std::vector<OnScreenWindowRecord> windows;
-    std::optional<std::string> want;
-  } cases[] = {{"in front and over the rectangle", {panel, over, editor}, "1Password"},
-               {"by its identifier", {byId, editor}, "Vault"},
-               {"behind the frontmost window", {editor, over}, {}},
-               {"edges that touch share nothing", {touching, editor}, {}},
-               {"frontmost nowhere in the list: all of it is looked at", {panel, over}, "1Password"},
-               {"nothing", {}, {}}};
+  const struct { const char* name; std::vector<OnScreenWindowRecord> windows; std::optional<std::string> want; } cases[] = {
+      {"in front and over the rectangle", {panel, over, editor}, "1Password"},
+      {"by its identifier", {byId, editor}, "Vault"},
+      {"behind the frontmost window", {editor, over}, {}},
+      {"edges that touch share nothing", {touching, editor}, {}},
+      {"frontmost nowhere in the list: all of it is looked at", {panel, over}, "1Password"},
+      {"nothing", {}, {}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const auto found = OnScreenWindowVisibility::deniedAppVisibleOverCapturedBounds(
@@ -104,24 +92,22 @@ TEST(OnScreenWindowVisibility, deniedAppVisibleOverCapturedBounds) {
 
 TEST(SensitiveSites, category) {
   using SensitiveSites::Category;
-  const struct {
-    SensitiveSites::Moment moment;
-    std::optional<Category> want;
-  } cases[] = {{{.browserURL = "https://WWW.chase.com/accounts"}, Category::financial},
-               {{.browserURL = "https://secure.chase.com:8443/x"}, Category::financial},
-               {{.browserURL = "https://chase.com.evil.org/"}, {}},
-               {{.browserURL = "https://notchase.com/"}, {}},
-               {{.browserURL = "https://evil.org/?u=https://chase.com"}, {}},
-               {{.browserURL = "https://evil.org@chase.com/"}, Category::financial},
-               {{.browserURL = "paypal.com/home"}, Category::financial},
-               {{.browserURL = "https://mychart.clinic.org/"}, Category::medical},
-               {{.browserURL = "https://notmychart.clinic.org/", .browserTitle = "Accounts"}, {}},
-               {{.browserURL = "https://kp.org./"}, Category::medical},
-               {{.browserURL = "about:blank", .browserTitle = "PAYPAL: log in"}, Category::financial},
-               {{.windowTitle = "My Patient Portal - Firefox"}, Category::medical},
-               {{.windowTitle = "Accounts - secure.chase.com"}, Category::financial},
-               {{.windowTitle = "purchase.com deals"}, {}},
-               {{.windowTitle = "PayPalooza"}, {}}};
+  const struct { SensitiveSites::Moment moment; std::optional<Category> want; } cases[] = {
+      {{.browserURL = "https://WWW.chase.com/accounts"}, Category::financial},
+      {{.browserURL = "https://secure.chase.com:8443/x"}, Category::financial},
+      {{.browserURL = "https://chase.com.evil.org/"}, {}},
+      {{.browserURL = "https://notchase.com/"}, {}},
+      {{.browserURL = "https://evil.org/?u=https://chase.com"}, {}},
+      {{.browserURL = "https://evil.org@chase.com/"}, Category::financial},
+      {{.browserURL = "paypal.com/home"}, Category::financial},
+      {{.browserURL = "https://mychart.clinic.org/"}, Category::medical},
+      {{.browserURL = "https://notmychart.clinic.org/", .browserTitle = "Accounts"}, {}},
+      {{.browserURL = "https://kp.org./"}, Category::medical},
+      {{.browserURL = "about:blank", .browserTitle = "PAYPAL: log in"}, Category::financial},
+      {{.windowTitle = "My Patient Portal - Firefox"}, Category::medical},
+      {{.windowTitle = "Accounts - secure.chase.com"}, Category::financial},
+      {{.windowTitle = "purchase.com deals"}, {}},
+      {{.windowTitle = "PayPalooza"}, {}}};
   for (const auto& c : cases)
     EXPECT_EQ(SensitiveSites::category(c.moment), c.want)
         << c.moment.browserURL.value_or("") << " " << c.moment.browserTitle.value_or("") << " " << c.moment.windowTitle.value_or("");

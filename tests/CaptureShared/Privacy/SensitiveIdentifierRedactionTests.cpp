@@ -217,15 +217,13 @@ TEST(IdentifierCandidates, agreeWithThePatternsAlone) {
 }
 
 TEST(SecretRedaction, redact) {
-  const struct {
-    const char* text;
-    const char* want;
-  } cases[] = {{"key sk-abcdefgh.ijk end", "key [redacted] end"},
-               {"Authorization: Bearer abcdefgh1234", "Authorization: [redacted]"},
-               {R"({"api_key": "abcdefgh1234"})", R"({"[redacted]})"},
-               {"authorization=abcdefgh", "[redacted]"},
-               {"task-manager and sk-short", "task-manager and sk-short"},
-               {"\xfe sk-abcdefghij", "\uFFFD [redacted]"}};
+  const struct { const char* text; const char* want; } cases[] = {
+      {"key sk-abcdefgh.ijk end", "key [redacted] end"},
+      {"Authorization: Bearer abcdefgh1234", "Authorization: [redacted]"},
+      {R"({"api_key": "abcdefgh1234"})", R"({"[redacted]})"},
+      {"authorization=abcdefgh", "[redacted]"},
+      {"task-manager and sk-short", "task-manager and sk-short"},
+      {"\xfe sk-abcdefghij", "\uFFFD [redacted]"}};
   for (const auto& c : cases) EXPECT_EQ(SecretRedaction::redact(c.text), c.want);
 }
 

@@ -53,24 +53,22 @@ TEST(CoachCorrection, lastsUntilItsExpiry) {
 }
 
 TEST(TaskMinutes, takesWholeMinutesOfUpToAWeek) {
-  const struct {
-    JSONValue value;
-    std::optional<int> minutes;
-  } cases[] = {{1, 1},
-               {0.99, {}},
-               {45.9, 45},
-               {10'080, 10'080},
-               {10'081, {}},
-               {-5, {}},
-               {true, {}},
-               {" 30 ", 30},
-               {"+30", {}},
-               {"30.5", {}},
-               {"30 min", {}},
-               {"", {}},
-               {nullptr, {}},
-               {"99999999999999999999", {}},
-               {std::numeric_limits<double>::infinity(), {}}};
+  const struct { JSONValue value; std::optional<int> minutes; } cases[] = {
+      {1, 1},
+      {0.99, {}},
+      {45.9, 45},
+      {10'080, 10'080},
+      {10'081, {}},
+      {-5, {}},
+      {true, {}},
+      {" 30 ", 30},
+      {"+30", {}},
+      {"30.5", {}},
+      {"30 min", {}},
+      {"", {}},
+      {nullptr, {}},
+      {"99999999999999999999", {}},
+      {std::numeric_limits<double>::infinity(), {}}};
   for (const auto& c : cases) EXPECT_EQ(cleanTaskMinutes(&c.value), c.minutes);
   EXPECT_EQ(cleanTaskMinutes(nullptr), std::nullopt);
 }

@@ -40,10 +40,8 @@ TEST(SignalsStaleness, decide) {
 }
 
 TEST(SignalsStaleness, saysItInWords) {
-  const struct {
-    std::int64_t ms;
-    const char* text;
-  } cases[] = {{0, "0s"}, {59'999, "59s"}, {60'000, "1m"}, {3'599'999, "59m"}, {3'600'000, "1h"}, {3'659'999, "1h"}, {7'500'000, "2h 5m"}};
+  const struct { std::int64_t ms; const char* text; } cases[] = {
+      {0, "0s"}, {59'999, "59s"}, {60'000, "1m"}, {3'599'999, "59m"}, {3'600'000, "1h"}, {3'659'999, "1h"}, {7'500'000, "2h 5m"}};
   for (const auto& c : cases) EXPECT_EQ(humanDuration(c.ms), c.text) << c.ms;
   EXPECT_EQ(reason(190'000, 1'000),
             "signals stale since 1970-01-01T00:00:01Z (3m with no new signals.sqlite row) — not judged; capture may have stopped");

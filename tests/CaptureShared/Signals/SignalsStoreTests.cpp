@@ -119,10 +119,11 @@ TEST(SignalsReader, focusedContentWindow) {
   const Row tiny{.title = "tip", .width = 59, .height = 500}, blank{.title = " \n", .width = 900, .height = 60},
       none{.width = 800, .height = 600}, titled{.title = "Essay", .width = 60, .height = 60},
       dock{.title = "Dock", .width = 900, .height = 900, .layer = 25};
-  const struct { const char* name; std::vector<Row> rows; std::optional<Row> want; } cases[] = {{"nothing", {}, {}},
-               {"the first with a title", {dock, tiny, blank, none, titled, {.title = "Behind", .width = 900, .height = 900}}, titled},
-               {"without a title the first of content size", {dock, tiny, blank, none}, blank},
-               {"only small and docked ones: the first of all", {dock, tiny}, dock}};
+  const struct { const char* name; std::vector<Row> rows; std::optional<Row> want; } cases[] = {
+      {"nothing", {}, {}},
+      {"the first with a title", {dock, tiny, blank, none, titled, {.title = "Behind", .width = 900, .height = 900}}, titled},
+      {"without a title the first of content size", {dock, tiny, blank, none}, blank},
+      {"only small and docked ones: the first of all", {dock, tiny}, dock}};
   for (const auto& c : cases) EXPECT_EQ(SignalsReader::focusedContentWindow(c.rows), c.want) << c.name;
 }
 

@@ -8,12 +8,7 @@ namespace {
 TEST(BrowserTabCandidates, ordered) {
   using Names = std::vector<std::string>;
   const Names readable{"Firefox", "Chromium", "Brave"};
-  const struct {
-    const char* name;
-    Names running;
-    std::optional<std::string> frontmost;
-    Names want;
-  } cases[] = {
+  const struct { const char* name; Names running; std::optional<std::string> frontmost; Names want; } cases[] = {
       {"in the list's order, not in the running one's", {"Brave", "Editor", "Firefox"}, std::nullopt, {"Firefox", "Brave"}},
       {"the frontmost one first, the others as they were", {"Firefox", "Chromium", "Brave"}, "Brave", {"Brave", "Firefox", "Chromium"}},
       {"a frontmost editor changes nothing", {"Editor", "Chromium", "Firefox"}, "Editor", {"Firefox", "Chromium"}},

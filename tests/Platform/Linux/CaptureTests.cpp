@@ -40,11 +40,7 @@ Kind failureOf(XScreenCapture& capture, const Rect& bounds, double timeoutSec = 
 }
 
 TEST(XScreenCapture, thePixelsOfARectangle) {
-  const struct {
-    const char* name;
-    XServer::Options server;
-    std::vector<int> want;
-  } cases[] = {
+  const struct { const char* name; XServer::Options server; std::vector<int> want; } cases[] = {
       {"by shared memory", {.hasWindowManager = false}, {0xFF, 0x80, 0x20}},
       {"over the socket", {.hasWindowManager = false, .more = {"-extension", "MIT-SHM"}}, {0xFF, 0x80, 0x20}},
       {"sixteen bits", {.depth = 16, .hasWindowManager = false}, {255, 129, 32}},

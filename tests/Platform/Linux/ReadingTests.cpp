@@ -50,10 +50,7 @@ TEST(XText, whateverAProgramStoredComesOutValid) {
 }
 
 TEST(BrowserTitles, pageTitle) {
-  const struct {
-    const char *windowClass, *title;
-    std::optional<std::string> want;
-  } cases[] = {
+  const struct { const char *windowClass, *title; std::optional<std::string> want; } cases[] = {
       {"firefox", "Essay - Wiki — Mozilla Firefox", "Essay - Wiki"},
       {"Firefox", "Essay — Mozilla Firefox Private Browsing", "Essay"},
       {"firefox", "Mozilla Firefox", std::nullopt},

@@ -18,13 +18,10 @@ using test::Footage;
 
 TEST(FramePlacement, decide) {
   using namespace FramePlacement;
-  const struct {
-    const char* name;
-    std::int64_t nowMs;
-    Decision want;
-  } cases[] = {{"on time", 1'500, At{3}},       {"late by a little", 1'749, At{3}},        {"late by a frame", 1'750, At{4}},
-               {"too early", 1'249, TooEarly{}}, {"set back by a frame", 300, TooEarly{}}, {"set back", 249, NewSession{}},
-               {"before the start", -1, NewSession{}}, {"held up for 5 s", 6'000, At{12}},  {"asleep", 6'250, NewSession{}}};
+  const struct { const char* name; std::int64_t nowMs; Decision want; } cases[] = {
+      {"on time", 1'500, At{3}},       {"late by a little", 1'749, At{3}},        {"late by a frame", 1'750, At{4}},
+      {"too early", 1'249, TooEarly{}}, {"set back by a frame", 300, TooEarly{}}, {"set back", 249, NewSession{}},
+      {"before the start", -1, NewSession{}}, {"held up for 5 s", 6'000, At{12}},  {"asleep", 6'250, NewSession{}}};
   for (const auto& c : cases) EXPECT_EQ(decide({.startMs = 0, .lastIndex = 2}, c.nowMs), c.want) << c.name;
 }
 
@@ -114,29 +111,26 @@ TEST_F(CapturerLoopTest, aDeniedWindowAnywhereIsBlackAndTheRestIsNot) {
 }
 
 TEST_F(CapturerLoopTest, endsWithTheCodeOfWhatStoppedIt) {
-  const struct {
-    const char* name;
-    std::function<void(CapturerLoop::Ports&)> make;
-    std::int32_t code;
-  } cases[] = {{"no display", [&](auto&) { screen.monitors.clear(); }, CapturerExit::noDisplaysAvailable},
-               {"a server that is gone",
-                [&](auto&) {
-                  screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::noDisplay, "gone");
-                  probes.now.windows.reset();
-                },
-                CapturerExit::noDisplaysAvailable},
-               {"refused",
-                [&](auto&) { screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::refused, "no"); },
-                CapturerExit::screenRecordingDenied},
-               {"a display that hangs",
-                [&](auto& world) {
-                  screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::timedOut, "no answer");
-                  world.clock = {.nowMs = [this] { return nowMs; },
-                                 .wait = [this](double sec, const std::stop_token&) { nowMs += static_cast<std::int64_t>(sec * 1000); }};
-                },
-                CapturerExit::videoSinkFailed},
-               {"no ffmpeg any more", [](auto& world) { world.ffmpeg = "/usr/bin/gone"; }, CapturerExit::ffmpegMissing},
-               {"an ffmpeg that ends", [](auto& world) { world.ffmpeg = "/bin/false"; }, CapturerExit::videoSinkFailed}};
+  const struct { const char* name; std::function<void(CapturerLoop::Ports&)> make; std::int32_t code; } cases[] = {
+      {"no display", [&](auto&) { screen.monitors.clear(); }, CapturerExit::noDisplaysAvailable},
+      {"a server that is gone",
+       [&](auto&) {
+         screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::noDisplay, "gone");
+         probes.now.windows.reset();
+       },
+       CapturerExit::noDisplaysAvailable},
+      {"refused",
+       [&](auto&) { screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::refused, "no"); },
+       CapturerExit::screenRecordingDenied},
+      {"a display that hangs",
+       [&](auto& world) {
+         screen.failure = ScreenCaptureError(ScreenCaptureError::Kind::timedOut, "no answer");
+         world.clock = {.nowMs = [this] { return nowMs; },
+                        .wait = [this](double sec, const std::stop_token&) { nowMs += static_cast<std::int64_t>(sec * 1000); }};
+       },
+       CapturerExit::videoSinkFailed},
+      {"no ffmpeg any more", [](auto& world) { world.ffmpeg = "/usr/bin/gone"; }, CapturerExit::ffmpegMissing},
+      {"an ffmpeg that ends", [](auto& world) { world.ffmpeg = "/bin/false"; }, CapturerExit::videoSinkFailed}};
   for (const auto& c : cases) {
     auto world = ports(folder.path());
     const auto monitors = screen.monitors;

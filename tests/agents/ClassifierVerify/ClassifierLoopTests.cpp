@@ -170,11 +170,7 @@ TEST_F(ClassifierLoopTest, onlyTheModelThatWasDownloadedSeesTheScreen) {
     folder.write("weights", "weights"), folder.write("projector", "projector");
     LocalModelStore::verify(*subject.manifest, folder.path());
   };
-  const struct {
-    const char *name, *refusal;
-    std::function<void()> begin;
-    std::optional<ModelIntegrityGuard::Kind> note;
-  } cases[] = {
+  const struct { const char *name, *refusal; std::function<void()> begin; std::optional<ModelIntegrityGuard::Kind> note; } cases[] = {
       {"another listener", "the local server is serving /other.gguf, not the verified ", [&] { served = "/other.gguf"; },
        ModelIntegrityGuard::Kind::modelReplaced},
       {"a changed file", "files changed on disk since they were verified (projector)",

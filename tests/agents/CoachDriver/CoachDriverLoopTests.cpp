@@ -163,12 +163,7 @@ TEST(CoachDriverLoop, aFailingReplyIsPutOffAndToldOnceAMessage) {
   EXPECT_EQ(scene.logged("layer3 turn failed: "), 1);
 
   const auto* failed = "The coach couldn't answer this time. Your message is kept, and it will try again.";
-  const struct {
-    const char* said;
-    std::function<ChatResponse()> reply;
-    const char* told;
-    const char* marker;
-  } cases[] = {
+  const struct { const char* said; std::function<ChatResponse()> reply; const char* told; const char* marker; } cases[] = {
       {"one", reply, "The coach can't be reached right now. Your message is kept, and it will try again.", nullptr},
       {"two", [] { return ChatResponse{.text = "I", .truncated = true}; }, "The coach's reply got cut off, so it wasn't shown.",
        "coach_output_rejected"},
@@ -227,12 +222,7 @@ TEST(CoachDriverLoop, aFullDiskIsNoReasonToAskTheModelAgainAtOnce) {
 }
 
 TEST(CoachDriverLoop, staysShutWhenItMust) {
-  const struct {
-    const char* name;
-    std::function<void(CoachScene&)> arrange;
-    const char* line;
-    int times;
-  } cases[] = {
+  const struct { const char* name; std::function<void(CoachScene&)> arrange; const char* line; int times; } cases[] = {
       {"switched off", [](auto& scene) { scene.environment["AMBITCAP_LAYER3"] = "true"; }, "layer3: AMBITCAP_LAYER3 is not \"1\"", 1},
       {"a floor that can't be read", [](auto& scene) { scene.folder.write("data/io-layer/layer3-floor.json", "{}"); }, "layer3: floor at ",
        3},

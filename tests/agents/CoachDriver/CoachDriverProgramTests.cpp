@@ -113,10 +113,7 @@ TEST_F(CoachDriverProgramTest, endsWithinASecondInsideACallThatHangs) {
 }
 
 TEST_F(CoachDriverProgramTest, aModelThatWasNotChosenIsNeverTaken) {
-  const struct {
-    Environment more;
-    std::string words;
-  } cases[] = {
+  const struct { Environment more; std::string words; } cases[] = {
       {{{"AMBITCAP_MODEL_BACKEND", "cloud"}},
        "AMBITCAP_MODEL_BACKEND=\"cloud\" is not a recognized backend (expected \"ollama\", \"openrouter\" or \"proxy\").\n"},
       {{{"AMBITCAP_MODEL_BACKEND", "openrouter"}},

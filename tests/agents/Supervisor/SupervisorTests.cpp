@@ -79,11 +79,8 @@ class SupervisorTest : public testing::Test {
 
 TEST_F(SupervisorTest, endsOfTheRecorderBecomeDelaysAndFaults) {
   script("Signals", stays);
-  const struct {
-    const char* end;
-    std::optional<Kind> fault;
-    std::int64_t delayMs;
-  } cases[] = {{"exit 69", {}, 30'000}, {"exit 74", Kind::videoSinkFailed, 5'000}, {"kill -9 $$", {}, 5'000}};
+  const struct { const char* end; std::optional<Kind> fault; std::int64_t delayMs; } cases[] = {
+      {"exit 69", {}, 30'000}, {"exit 74", Kind::videoSinkFailed, 5'000}, {"kill -9 $$", {}, 5'000}};
   isLocked = true;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.end);

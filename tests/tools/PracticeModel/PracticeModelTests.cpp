@@ -125,15 +125,11 @@ TEST(PracticeModel, aLongTalkIsTrimmedByItsOwnCount) {
 
 TEST(PracticeModel, faults) {
   using Kind = ModelBackendError::Kind;
-  const struct {
-    const char* fault;
-    bool streamed;
-    Kind kind;
-    const char* text;
-  } cases[] = {{"hang", false, Kind::transportError, "-1001"},           {"hang", true, Kind::transportError, "-1001"},
-               {"garbage", false, Kind::transportError, "-1011"},        {"bad-json", false, Kind::invalidResponse, "not a JSON object"},
-               {"bad-json", true, Kind::transportError, "-1005"},        {"die-mid-stream", true, Kind::transportError, "-1005"},
-               {"die-mid-stream", false, Kind::transportError, "-1005"}, {"http-500", true, Kind::httpError, "told to fail"}};
+  const struct { const char* fault; bool streamed; Kind kind; const char* text; } cases[] = {
+      {"hang", false, Kind::transportError, "-1001"},           {"hang", true, Kind::transportError, "-1001"},
+      {"garbage", false, Kind::transportError, "-1011"},        {"bad-json", false, Kind::invalidResponse, "not a JSON object"},
+      {"bad-json", true, Kind::transportError, "-1005"},        {"die-mid-stream", true, Kind::transportError, "-1005"},
+      {"die-mid-stream", false, Kind::transportError, "-1005"}, {"http-500", true, Kind::httpError, "told to fail"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(fmt::format("{} {}", c.fault, c.streamed));
     Practice practice({"--fault", c.fault});

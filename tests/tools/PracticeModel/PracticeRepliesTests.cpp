@@ -19,11 +19,7 @@ TEST(PracticeReplies, classify) {
   const auto editor = R"({"frontmost_app": "Mousepad", "frontmost_window_title": "essay.txt", "seconds_since_last_input": 1.0})";
   const auto site =
       R"({"frontmost_app": "Firefox", "frontmost_window_title": "Roman Empire - VideoTube", "seconds_since_last_input": 9.0})";
-  const struct {
-    const char* name;
-    std::string message;
-    const char *state, *named;
-  } cases[] = {
+  const struct { const char* name; std::string message; const char *state, *named; } cases[] = {
       {"nothing declared", moment("(none declared)", site), "NO_TASK", "you have not declared"},
       {"the document is open", moment(essay, editor), "ON_TASK", "Mousepad"},
       {"a video site", moment(essay, site), "NOT_ALIGNED", "you declared write the essay, but Firefox"},
@@ -68,23 +64,21 @@ TEST(PracticeReplies, nightlyPrompts) {
 }
 
 TEST(PracticeReplies, estimate) {
-  const struct {
-    const char* task;
-    JSONValue minutes;
-  } cases[] = {{"write for 20 min", 20},
-               {"call mum, 1 hour 30 minutes", 90},
-               {"a couple hours of reading", 120},
-               {"an hour and a half of code", 90},
-               {"half an hour", 30},
-               {"read for a bit", 15},
-               {"two hours", 120},
-               {"until 5:00pm", 465},
-               {"til I need to leave at 6", 525},
-               {"until 8am", -75},
-               {"write the essay", nullptr},
-               {"until I'm tired", nullptr},
-               {"chapter 20", nullptr},
-               {"0 minutes", nullptr}};
+  const struct { const char* task; JSONValue minutes; } cases[] = {
+      {"write for 20 min", 20},
+      {"call mum, 1 hour 30 minutes", 90},
+      {"a couple hours of reading", 120},
+      {"an hour and a half of code", 90},
+      {"half an hour", 30},
+      {"read for a bit", 15},
+      {"two hours", 120},
+      {"until 5:00pm", 465},
+      {"til I need to leave at 6", 525},
+      {"until 8am", -75},
+      {"write the essay", nullptr},
+      {"until I'm tired", nullptr},
+      {"chapter 20", nullptr},
+      {"0 minutes", nullptr}};
   for (const auto& c : cases) {
     const auto reply = JSONValue::parse(PracticeReplies::estimate(fmt::format("Task: {}\nDeclared: 2026-03-04 9:15am ET\n", c.task)));
     ASSERT_TRUE(reply) << c.task;
@@ -112,11 +106,7 @@ TEST(PracticeReplies, gate) {
   const std::string now =
       "the classifier's latest observation is from 15:32: NOT_ALIGNED, unchanged since 15:20 (12 minutes), Fire fox frontmost "
       "(window title \"Cats\"), saying: \"y\"";
-  const struct {
-    const char* name;
-    std::string timeline;
-    bool want;
-  } cases[] = {
+  const struct { const char* name; std::string timeline; bool want; } cases[] = {
       {"drift nobody raised", declared + "\n" + drift + "\n" + now, true},
       {"raised after it began", declared + "\n" + drift + "\n" + asked + "\n" + now, false},
       {"raised before it began", declared + "\n" + asked + "\n" + drift + "\n" + now, true},
@@ -152,10 +142,7 @@ TEST(PracticeReplies, coach) {
     return PracticeReplies::coach(
         {.lastRole = std::move(role), .last = std::move(last), .toolNames = {"write_current_intention", "go_quiet"}});
   };
-  const struct {
-    const char *said, *notes;
-    std::optional<int> minutes;
-  } intentions[] = {
+  const struct { const char *said, *notes; std::optional<int> minutes; } intentions[] = {
       {"[15:02] brb gonna knock out laundry for like 20 min", "knock out laundry", 20},
       {"[15:02] ok im switching to the labeler for an hour", "the labeler", 60},
       {"[15:02] No, I'm going to read chapter 3 for 1.5 hours.", "read chapter 3", 90},
@@ -186,10 +173,7 @@ TEST(PracticeReplies, coach) {
 
 TEST(PracticeReplies, theRequestDecidesTheRule) {
   using PracticeReplies::Prompt;
-  const struct {
-    const char* messages;
-    Prompt want;
-  } cases[] = {
+  const struct { const char* messages; Prompt want; } cases[] = {
       {R"([{"role":"system","content":"You are an ambitude check. x"},{"role":"user","content":"y"}])", Prompt::classifier},
       {R"([{"role":"system","content":"You extract a time estimate from"},{"role":"user","content":"y"}])", Prompt::estimate},
       {R"([{"role":"system","content":"A classifier on this computer has just written one sentence explaining"}])", Prompt::reasonCheck},

@@ -180,12 +180,9 @@ TEST(FallbackModelBackend, aCooldownLeavesThePrimaryAlone) {
 TEST(Decorators, aCancelledCallGoesNoFurther) {
   enum { retrying, fallback, overflow };
   const auto ended = ScriptedBackend::Step{.error = std::make_exception_ptr(Cancelled())};
-  const struct {
-    int decorator;
-    ScriptedBackend::Step step;
-    std::string reply;
-  } cases[] = {{retrying, fails(gone), "cancelled"}, {retrying, ended, "cancelled"}, {fallback, fails(gone), "cancelled"},
-               {fallback, ended, "cancelled"},       {fallback, cutOff("Hi"), "Hi"}, {overflow, cutOff("Hi"), "Hi"}};
+  const struct { int decorator; ScriptedBackend::Step step; std::string reply; } cases[] = {
+      {retrying, fails(gone), "cancelled"}, {retrying, ended, "cancelled"}, {fallback, fails(gone), "cancelled"},
+      {fallback, ended, "cancelled"},       {fallback, cutOff("Hi"), "Hi"}, {overflow, cutOff("Hi"), "Hi"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reply + std::to_string(c.decorator));
     Lines log;
@@ -214,14 +211,7 @@ TEST(ThinkingOverflowRetryBackend, asksOnceMoreWithoutThinking) {
       "with thinking off.";
   const std::string again = "m: the thinking-off retry was cut off too (2 reply chars)";
   const std::string failed = "m: the thinking-off retry failed (transport: gone) -- keeping the truncated first reply";
-  const struct {
-    const char* name;
-    bool thinks;
-    Script script;
-    std::string reply, shown;
-    int promptTokens;
-    Lines log;
-  } cases[] = {
+  const struct { const char* name; bool thinks; Script script; std::string reply, shown; int promptTokens; Lines log; } cases[] = {
       {"cut off without thinking", false, {full}, "par", "par", 3, {}},
       {"rescued", true, {full, says("ok", 4)}, "ok", "ok", 7, {first}},
       {"cut off again", true, {full, cutOff("pa", 4)}, "pa", "pa", 7, {first, again}},

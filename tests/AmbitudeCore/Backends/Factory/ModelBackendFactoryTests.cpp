@@ -127,13 +127,10 @@ TEST(ModelBackendFactory, fromEnvironment) {
 }
 
 TEST(ModelBackendFactory, theRemoteRequest) {
-  const struct {
-    const char* name;
-    Environment more;
-    const char* provider;
-  } cases[] = {{"the pool's provider", {}, R"({"allow_fallbacks":false,"only":["deepinfra"],"require_parameters":true})"},
-               {"pinned", env("PIN=x"), R"({"allow_fallbacks":false,"only":["x"],"require_parameters":true})"},
-               {"another model is not ranked", env("MODEL=x/y"), ""}};
+  const struct { const char* name; Environment more; const char* provider; } cases[] = {
+      {"the pool's provider", {}, R"({"allow_fallbacks":false,"only":["deepinfra"],"require_parameters":true})"},
+      {"pinned", env("PIN=x"), R"({"allow_fallbacks":false,"only":["x"],"require_parameters":true})"},
+      {"another model is not ranked", env("MODEL=x/y"), ""}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     World world;
@@ -146,12 +143,7 @@ TEST(ModelBackendFactory, theRemoteRequest) {
 }
 
 TEST(ModelBackendFactory, theCoachServicePacesAndRoutes) {
-  const struct {
-    const char* name;
-    int status;
-    std::string_view route;
-    std::string answer, log;
-  } cases[] = {
+  const struct { const char* name; int status; std::string_view route; std::string answer, log; } cases[] = {
       {"paced", 429, "", "near from the local model instead",
        "model backend: proxy rate-limited this call — the local model answers it; the next call asks proxy again"},
       {"sent to the local model", 409, "local", "near from the local model instead", ""},
@@ -201,11 +193,7 @@ TEST(ModelBackendFactory, aServerElsewhereGetsRedactedText) {
 
 TEST(ModelBackendFactory, forConsolidation) {
   const std::string local = "consolidation backend: local llama-server (gemma4:12b-it-qat";
-  const struct {
-    const char* name;
-    Environment environment;
-    std::string log;
-  } cases[] = {
+  const struct { const char* name; Environment environment; std::string log; } cases[] = {
       {"a key", env("KEY=k"), local + ") primary, retried; openrouter (deepseek/deepseek-v4-flash-0731) fallback"},
       {"no key", {}, local + "), no remote fallback (no OPENROUTER_API_KEY, or AMBITCAP_MODEL_FALLBACK disables it)"},
       {"no fallback", env("KEY=k FALLBACK=FALSE"), local + "), no remote fallback (AMBITCAP_MODEL_FALLBACK disables it)"},

@@ -13,10 +13,7 @@ using namespace ModelBackendFactory;
 using test::env;
 
 TEST(ModelSelection, describesWhatIsChosen) {
-  const struct {
-    Environment environment;
-    const char* line;
-  } cases[] = {
+  const struct { Environment environment; const char* line; } cases[] = {
       {{}, "local llama-server (gemma4:12b-it-qat)"},
       {env("B= CHECK=a"), "local llama-server (a)"},
       {env("B=local MODEL=b CHECK=a"), "local llama-server (b)"},

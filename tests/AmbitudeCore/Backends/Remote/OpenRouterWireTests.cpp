@@ -67,10 +67,7 @@ TEST(OpenRouterWire, body) {
 
 TEST(ProviderAttribution, table) {
   const char* none = "HTTP 404 (OpenRouter has no available endpoint for this provider)";
-  const struct {
-    int status;
-    const char *body, *want;
-  } cases[] = {
+  const struct { int status; const char *body, *want; } cases[] = {
       {429, "", "HTTP 429 (provider rate-limited)"}, {408, "", "HTTP 408 (provider timed out)"}, {500, "", "HTTP 500 (provider error)"},
       {599, "", "HTTP 599 (provider error)"}, {600, "", nullptr}, {404, "..No endpoints found for m", none},
       {404, "No allowed providers are available", none}, {404, "no such model", nullptr}, {401, "No endpoints found", nullptr}};

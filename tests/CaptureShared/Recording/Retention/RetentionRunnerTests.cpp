@@ -38,10 +38,7 @@ TEST(RetentionRunner, refusesInOrderAndSaysWhy) {
   disk.isMounted = false;
   disk.labelled.reset();
   disk.unlistable = {"video", "display-1"};
-  const struct {
-    const char* explanation;
-    std::function<void()> mend;
-  } steps[] = {
+  const struct { const char* explanation; std::function<void()> mend; } steps[] = {
       {"Retention is off, so nothing was deleted.", [&] { disk.settings = daily; }},
       {"This Mac is protected from purging recorded data, so nothing was deleted.", [&] { disk.fence.machineIsProtected = false; }},
       {"The data volume isn't mounted, so nothing was deleted.", [&] { disk.isMounted = true; }},
@@ -123,11 +120,7 @@ struct RetentionFolderTest : testing::Test {
 
 TEST_F(RetentionFolderTest, whatALabelWasMadeFromStaysWhateverTheZone) {
   const auto newYork = Calendar::named("America/New_York");
-  const struct {
-    const char* name;
-    Calendar now;
-    bool isHourTold, isTimeKept;
-  } cases[] = {
+  const struct { const char* name; Calendar now; bool isHourTold, isTimeKept; } cases[] = {
       {"by the names of now's zone", newYork, false, false},
       {"by the names of the label's zone", Calendar::named("Asia/Tokyo"), true, false},
       {"by the last writes", Calendar::named("Asia/Tokyo"), false, true}};

@@ -22,9 +22,7 @@ TEST(VideoRetention, namesOfHourFiles) {
 }
 
 TEST(VideoRetention, hoursAcrossChangesOfTheClock) {
-  const struct {
-    const char *zone, *prefix, *start, *end;
-  } cases[] = {
+  const struct { const char *zone, *prefix, *start, *end; } cases[] = {
       {"America/New_York", "2026-11-16T03", "2026-11-16T08:00:00Z", "2026-11-16T09:00:00Z"},
       {"America/New_York", "2026-03-08T01", "2026-03-08T06:00:00Z", "2026-03-08T07:00:00Z"},
       {"America/New_York", "2026-11-01T00", "2026-11-01T04:00:00Z", "2026-11-01T05:00:00Z"},

@@ -25,11 +25,7 @@ TEST(SelfReplacementWatch, check) {
   };
   const Watch::KeepRunning keep;
   const Watch::Settling firstSettles{first};
-  const struct {
-    const char* name;
-    std::optional<ExecutableStamp> launch;
-    std::vector<Look> looks;
-  } cases[] = {
+  const struct { const char* name; std::optional<ExecutableStamp> launch; std::vector<Look> looks; } cases[] = {
       {"never stamped", none, {{old, 500, Watch::NotWatching{}}}},
       {"too early, then held still, then once", old,
        {{first, 119, keep}, {first, 120, firstSettles}, {first, 150, Watch::ExitForNewBinary{old, first}}, {first, 180, keep}}},
@@ -93,11 +89,7 @@ TEST(ComponentHealth, status) {
   using namespace ComponentHealth;
   const std::int64_t last = 1'000'000;
   const std::optional<Pause> onCall = Pause{.sinceMs = last};
-  const struct {
-    const char* name;
-    Moment moment;
-    Status want;
-  } cases[] = {
+  const struct { const char* name; Moment moment; Status want; } cases[] = {
       {"off", {.supervision = Supervision::offByChoice, .nowMs = last}, OffByChoice{}},
       {"never seen", {.pause = onCall, .nowMs = last}, Silent{.quietFor = 180}},
       {"exactly at the grace", {.lastActivityMs = last, .nowMs = last + 180'000}, Working{last}},
