@@ -287,7 +287,7 @@ int score(bool everything) {
     print(everything ? "all that was ever said, also after the verdict was seen: no estimate of how often it is right"
                      : "blind answers on random moments only");
     const auto row = [](const auto& cells) {
-      print(fmt::format("{:<14} {:>9} {:>9} {:>9} {:>9} {:>9}", cells[0], cells[1], cells[2], cells[3], cells[4], cells[5]));
+      print(fmt::format("{:<20} {:>9} {:>9} {:>9} {:>9} {:>9}", cells[0], cells[1], cells[2], cells[3], cells[4], cells[5]));
     };
     row(ReviewWords::Score::headers());
     for (auto cells : told.rows) cells[0] = oneLine(cells[0]), row(cells);
